@@ -1,0 +1,16 @@
+// compiler.h - what differs between compilers, and the graded internal checks.
+//
+// QX_CHECK(condition) costs nothing unless the library is built with QX_CHECKS; then a false
+// condition traps. It guards the library's own invariants, never a caller's arguments.
+#pragma once
+
+#define QX_LIKELY(condition) __builtin_expect(!!(condition), 1)
+#define QX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
+#define QX_NOINLINE __attribute__((noinline))
+#define QX_ALWAYS_INLINE inline __attribute__((always_inline))
+
+#if defined(QX_CHECKS)
+#define QX_CHECK(condition) ((condition) ? static_cast<void>(0) : __builtin_trap())
+#else
+#define QX_CHECK(condition) static_cast<void>(0)
+#endif

@@ -1,0 +1,1 @@
+#include "qx/memory/global_new.h"
