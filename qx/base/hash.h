@@ -28,8 +28,10 @@ struct HASH;
 template <std::integral T>
 struct HASH<T> {
     constexpr unsigned int operator()(T value) const {
-        if constexpr (sizeof(T) <= 4) return static_cast<unsigned int>(value) ^ DETAIL::hash_key;
-        else return DETAIL::hash_words(static_cast<unsigned long long>(value));
+        if constexpr (sizeof(T) <= 4)
+            return static_cast<unsigned int>(value) ^ DETAIL::hash_key;
+        else
+            return DETAIL::hash_words(static_cast<unsigned long long>(value));
     }
 };
 

@@ -1,0 +1,104 @@
+#!/usr/bin/env bash
+# Every check and test, from a bare Debian 12 machine: installs what is missing, builds, runs.
+# One line a stage; the last line gives the counts. Logs are under build/log/.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+build=build/mingw
+log=build/log
+mkdir -p "$log"
+passed=0
+failed=0
+started=$SECONDS
+
+finish() {
+  echo "tests: $passed passed, $failed failed"
+  [ "$failed" -eq 0 ]
+}
+
+# stage NAME COMMAND…: runs quietly, shows the last line of a success or the end of a failure.
+stage() {
+  local name=$1 since=$SECONDS
+  shift
+  if "$@" >"$log/$name.log" 2>&1; then
+    passed=$((passed + 1))
+    printf 'ok      %-10s %4d s  %s\n' "$name" $((SECONDS - since)) "$(tail -n 1 "$log/$name.log")"
+    return 0
+  fi
+  failed=$((failed + 1))
+  printf 'FAILED  %-10s %4d s  %s\n' "$name" $((SECONDS - since)) "$log/$name.log"
+  tail -n 40 "$log/$name.log"
+  return 1
+}
+
+setup_and_report() { scripts/setup.sh && echo "every package is there"; }
+
+compile() {
+  [ -f $build/build.ninja ] || cmake --preset mingw || return 1
+  ninja -C $build || return 1
+  echo "built in $build"
+}
+
+unit_tests() {
+  ctest --test-dir $build -j2 --output-on-failure --no-tests=error --output-junit "$PWD/$log/unit.xml"
+  local status=$?
+  grep -E 'tests passed|tests failed' "$log/unit.log" | tail -n 1
+  return $status
+}
+
+client_project() {
+  cmake --install $build --prefix build/install --strip >/dev/null &&
+  cmake -S tests/client -B build/client -G Ninja -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64.cmake" \
+    -DCMAKE_PREFIX_PATH="$PWD/build/install" -DCMAKE_BUILD_TYPE=Release &&
+  ninja -C build/client &&
+  cp build/install/bin/QXLibs.dll build/client/ &&
+  $wine build/client/client.exe
+}
+
+examples() {
+  local program count=0
+  for program in examples/*.cpp; do
+    [ -e "$program" ] || continue
+    program=$(basename "$program" .cpp)
+    echo "example: $program"
+    # Arguments, where an example wants any, stand in a file beside it.
+    # shellcheck disable=SC2046
+    timeout 120 $wine $build/bin/$program.exe $(cat "examples/$program.args" 2>/dev/null) || return 1
+    count=$((count + 1))
+  done
+  echo "$count ran"
+}
+
+short_fuzz() {
+  local target count=0
+  for target in fuzz/*_fuzz.cpp; do
+    [ -e "$target" ] || continue
+    target=$build/bin/$(basename "$target" .cpp).exe
+    timeout 300 $wine "$target" "${QX_FUZZ_ROUNDS:-20000}" || return 1
+    count=$((count + 1))
+  done
+  echo "$count targets"
+}
+
+stage setup setup_and_report || { finish; exit 1; }
+stage floors python3 scripts/check_floors.py
+stage style python3 scripts/check_style.py
+echo "        build      (several minutes the first time)"
+stage build compile || { finish; exit 1; }
+stage headers scripts/check_headers.sh
+stage exports python3 scripts/check_exports.py $build/bin/QXLibs.dll
+
+. scripts/wine_session.sh
+stage unit unit_tests
+# Each case counts, not the stage.
+counted=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$log/unit.log" | tail -n 1)
+broken=$(sed -n 's/.*, \([0-9]*\) tests failed out of.*/\1/p' "$log/unit.log" | tail -n 1)
+if [ -n "$counted" ]; then
+  if [ "${broken:-0}" -eq 0 ]; then passed=$((passed - 1)); else failed=$((failed - 1)); fi
+  passed=$((passed + counted - broken))
+  failed=$((failed + broken))
+fi
+stage client client_project
+stage examples examples
+stage fuzz short_fuzz
+echo "all stages in $((SECONDS - started)) s"
+finish
