@@ -9,3 +9,5 @@
 #include "qx/base/standard_containers.h"
 #include "qx/memory/allocators.h"
 #include "qx/memory/heap.h"
+#include "qx/text/basic_string.h"
+#include "qx/text/string.h"
