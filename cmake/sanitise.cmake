@@ -1,0 +1,17 @@
+# The instrumented builds. The cross compiler emits the calls and brings no run-time; ours stand in
+# tests/sanitise/. Every target made after this file is instrumented.
+set(_runtime ${PROJECT_SOURCE_DIR}/tests/sanitise)
+if(QX_SANITISE STREQUAL "undefined")
+  add_library(qx_sanitise STATIC ${_runtime}/undefined_runtime.c)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined>
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-sanitize=vptr>)
+  link_libraries($<BUILD_INTERFACE:qx_sanitise>)
+elseif(QX_SANITISE STREQUAL "address")
+  add_library(qx_sanitise SHARED ${_runtime}/address_runtime.cpp)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fsanitize=address>
+    $<$<COMPILE_LANGUAGE:CXX>:--param=asan-use-after-return=0>)
+  add_compile_definitions(QX_SANITISE_ADDRESS=1)
+  link_libraries($<BUILD_INTERFACE:qx_sanitise>)
+elseif(QX_SANITISE)
+  message(FATAL_ERROR "QX_SANITISE is undefined, address or empty, not ${QX_SANITISE}")
+endif()
