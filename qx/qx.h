@@ -7,6 +7,7 @@
 #include "qx/base/hash.h"
 #include "qx/base/rectangle.h"
 #include "qx/base/standard_containers.h"
+#include "qx/data/tokeniser.h"
 #include "qx/memory/allocators.h"
 #include "qx/memory/heap.h"
 #include "qx/text/basic_string.h"
