@@ -1,0 +1,59 @@
+#include "qx/tasks/guard_impl.h"
+
+#include "qx/base/windows.h"
+
+#include <cxxabi.h>
+#include <unwind.h>
+
+namespace {
+
+constexpr DWORD thrown_object = 0x20474343;  // the code of the compiler's own exceptions
+constexpr DWORD unwinding = 0x2 | 0x4;
+constexpr int filter_offset = 0x20;  // in the frame of qx_guarded_call
+
+using Filter = long (*)(_EXCEPTION_POINTERS*);
+
+}  // namespace
+
+extern "C" {
+
+extern char qx_guard_landing[];
+
+void qx_guard_dispose(void* thrown) {
+    abi::__cxa_begin_catch(thrown);
+    abi::__cxa_end_catch();
+}
+
+// Clean-ups on the way resume through the header, so it has to know where this unwinding ends.
+static void* unwind_value(EXCEPTION_RECORD* record, void* frame) {
+    if (record->ExceptionCode != thrown_object) return reinterpret_cast<void*>(1);
+    auto* const header = reinterpret_cast<_Unwind_Exception*>(record->ExceptionInformation[0]);
+    auto const place = reinterpret_cast<ULONG_PTR>(frame);
+    auto const landing = reinterpret_cast<ULONG_PTR>(qx_guard_landing);
+    auto const value = reinterpret_cast<ULONG_PTR>(header);
+    header->private_[1] = place;
+    header->private_[2] = landing;
+    header->private_[3] = value;
+    record->NumberParameters = 4;
+    record->ExceptionInformation[1] = place;
+    record->ExceptionInformation[2] = landing;
+    record->ExceptionInformation[3] = value;
+    return header;
+}
+
+EXCEPTION_DISPOSITION qx_guard_handler(
+    EXCEPTION_RECORD* record, void* frame, CONTEXT* context, DISPATCHER_CONTEXT* dispatcher) {
+    if (record->ExceptionFlags & unwinding) return ExceptionContinueSearch;
+
+    auto const filter = *reinterpret_cast<Filter*>(static_cast<char*>(frame) + filter_offset);
+    EXCEPTION_POINTERS pointers = {record, context};
+    long const answer = filter(&pointers);
+    if (answer < 0) return ExceptionContinueExecution;
+    if (answer == QX::continue_search) return ExceptionContinueSearch;
+
+    RtlUnwindEx(
+        frame, qx_guard_landing, record, unwind_value(record, frame), dispatcher->ContextRecord,
+        static_cast<UNWIND_HISTORY_TABLE*>(dispatcher->HistoryTable));
+    return ExceptionContinueSearch;
+}
+}
