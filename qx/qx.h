@@ -8,6 +8,8 @@
 #include "qx/base/rectangle.h"
 #include "qx/base/standard_containers.h"
 #include "qx/data/tokeniser.h"
+#include "qx/images/pixel.h"
+#include "qx/images/pixel_copy.h"
 #include "qx/memory/allocators.h"
 #include "qx/memory/heap.h"
 #include "qx/tasks/atomic.h"

@@ -1,0 +1,145 @@
+// pixel_rows_sse2.cpp - the row conversions for any 64-bit processor.
+#include "qx/base/compiler.h"
+#include "qx/images/pixel_copy_impl.h"
+
+#include <emmintrin.h>
+
+#include <cstring>
+
+#define QX_TARGET
+#define QX_LANES QX_ALWAYS_INLINE
+#define QX_ROWS_TABLE plain_rows
+
+namespace QX::pixel_rows {
+
+namespace {
+
+constexpr std::size_t block = 8;
+
+typedef unsigned short Words __attribute__((vector_size(16)));
+typedef unsigned int Dwords __attribute__((vector_size(16)));
+
+struct WordPair {
+    Words low, high;  // blue and green, red and alpha
+};
+
+struct Quads {
+    Dwords first, second;
+};
+
+constexpr unsigned int opaque = 0xFF000000;
+
+QX_LANES __m128i load(void const* from) {
+    return _mm_loadu_si128(static_cast<__m128i const*>(from));
+}
+
+QX_LANES void store(void* to, __m128i value) {
+    _mm_storeu_si128(static_cast<__m128i*>(to), value);
+}
+
+QX_LANES Words high_product(Words x, unsigned short n) {
+    return Words(_mm_mulhi_epu16(__m128i(x), _mm_set1_epi16(static_cast<short>(n))));
+}
+
+QX_LANES Words load_words(unsigned char const* from) {
+    return Words(load(from));
+}
+
+QX_LANES void store_words(unsigned char* to, Words value) {
+    store(to, __m128i(value));
+}
+
+QX_LANES Words load_levels(unsigned char const* from) {
+    auto const bytes = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(from));
+    return Words(_mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+}
+
+QX_LANES void store_levels(unsigned char* to, Words value) {
+    auto const bytes = _mm_packus_epi16(__m128i(value), __m128i(value));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
+}
+
+// Words from the lower halves of dwords; the shifts keep the packing from saturating.
+QX_LANES Words lower_halves(Dwords a, Dwords b) {
+    auto const x = _mm_srai_epi32(_mm_slli_epi32(__m128i(a), 16), 16);
+    auto const y = _mm_srai_epi32(_mm_slli_epi32(__m128i(b), 16), 16);
+    return Words(_mm_packs_epi32(x, y));
+}
+
+QX_LANES WordPair to_words(Quads q) {
+    auto const x = _mm_srai_epi32(__m128i(q.first), 16);
+    auto const y = _mm_srai_epi32(__m128i(q.second), 16);
+    return {lower_halves(q.first, q.second), Words(_mm_packs_epi32(x, y))};
+}
+
+QX_LANES Quads to_quads(Words low, Words high) {
+    return {
+        Dwords(_mm_unpacklo_epi16(__m128i(low), __m128i(high))),
+        Dwords(_mm_unpackhi_epi16(__m128i(low), __m128i(high)))};
+}
+
+QX_LANES unsigned int dword_at(unsigned char const* from) {
+    unsigned int value;
+    std::memcpy(&value, from, 4);
+    return value;
+}
+
+// Four 3-byte pixels, each with a stray byte on top. Reads 12 bytes.
+QX_LANES Dwords load_triples(unsigned char const* from) {
+    return Dwords{dword_at(from), dword_at(from + 3), dword_at(from + 6), dword_at(from + 8) >> 8};
+}
+
+// Writes 12 bytes.
+QX_LANES void store_triples(unsigned char* to, Dwords q) {
+    auto const even = _mm_and_si128(__m128i(q), _mm_set1_epi64x(0x00FFFFFF));
+    auto const odd =
+        _mm_srli_epi64(_mm_and_si128(__m128i(q), _mm_set1_epi64x(0x00FFFFFF00000000)), 8);
+    auto const pairs = _mm_or_si128(even, odd);  // six bytes in each half
+    auto const low = static_cast<unsigned long long>(_mm_cvtsi128_si64(pairs));
+    auto const high =
+        static_cast<unsigned long long>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(pairs, pairs)));
+    unsigned long long const head = low | (high << 48);
+    auto const tail = static_cast<unsigned int>(high >> 16);
+    std::memcpy(to, &head, 8);
+    std::memcpy(to + 8, &tail, 4);
+}
+
+template <Kind K>
+QX_LANES Quads load_quads(unsigned char const* from) {
+    if constexpr (K == B888) {
+        return {load_triples(from) | opaque, load_triples(from + 12) | opaque};
+    } else if constexpr (K == G8) {
+        auto const bytes = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(from));
+        auto const twice = Words(_mm_unpacklo_epi8(bytes, bytes));
+        return to_quads(twice, twice);
+    } else {
+        unsigned int const top = K == X8888 ? opaque : 0;
+        return {Dwords(load(from)) | top, Dwords(load(from + 16)) | top};
+    }
+}
+
+QX_LANES void store_grey(unsigned char* to, Quads q) {
+    WordPair const w = to_words(q);
+    Words const sum = (w.low & 255) * 14 + (w.low >> 8) * 75 + (w.high & 255) * 38 + 63;
+    store_levels(to, high_product(sum, 33027) >> 6);
+}
+
+template <Kind K>
+QX_LANES void store_quads(unsigned char* to, Quads q) {
+    if constexpr (K == B888) {
+        store_triples(to, q.first);
+        store_triples(to + 12, q.second);
+    } else if constexpr (K == G8) {
+        store_grey(to, q);
+    } else {
+        unsigned int const kept = K == X8888 ? ~opaque : ~0u;
+        store(to, __m128i(q.first & kept));
+        store(to + 16, __m128i(q.second & kept));
+    }
+}
+
+}  // namespace
+
+}  // namespace QX::pixel_rows
+
+#include "qx/images/pixel_rows_impl.h"
