@@ -10,12 +10,13 @@ import sys
 
 FLOORS = [
     ["base/export", "base/compiler", "base/windows", "base/rectangle", "base/hash"],
-    ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex"],
+    ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex",
+     "tasks/guard"],
     ["memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],
     ["memory/allocators > base/dynamic_array base/standard_containers", "memory/pools",
      "memory/stack_allocator", "memory/transient_allocator", "memory/string_pool"],
     ["text/basic_string > text/string > text/convert > text/parse text/match > text/format"],
-    ["tasks/semaphore tasks/event tasks/thread > tasks/thread_pool",
+    ["tasks/semaphore tasks/event > tasks/thread > tasks/thread_pool",
      "files/error_codes > files/file_streams files/mapped_file > files/memory_streams "
      "files/async_in",
      "app/process", "app/cpu_config", "app/floating_point", "app/power", "app/uuid",
