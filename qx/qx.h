@@ -7,6 +7,7 @@
 #include "qx/base/hash.h"
 #include "qx/base/rectangle.h"
 #include "qx/base/standard_containers.h"
+#include "qx/data/csv.h"
 #include "qx/data/tokeniser.h"
 #include "qx/files/async_in.h"
 #include "qx/files/error_codes.h"
