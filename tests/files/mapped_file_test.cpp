@@ -1,0 +1,167 @@
+#include "qx/files/mapped_file.h"
+
+#include <gtest/gtest.h>
+
+#include "qx/base/windows.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qx/files/file_streams.h"
+#include "tests/harness/guarded.h"
+#include "tests/harness/stand_in.h"
+#include "tests/harness/temp_folder.h"
+
+namespace {
+
+// Opens the base's protected members, as a deriving client would.
+struct Mapped : QX::UnbufferedFileInPlatform {
+    Mapped() = default;
+    Mapped(char const* name, QX::FileAndMapping handles)
+        : UnbufferedFileInPlatform(name, handles) {}
+    using UnbufferedFileInPlatform::close;
+    using UnbufferedFileInPlatform::file_and_mapping;
+    using UnbufferedFileInPlatform::map;
+    using UnbufferedFileInPlatform::open;
+    using UnbufferedFileInPlatform::owned;
+    using UnbufferedFileInPlatform::status;
+};
+
+std::string pattern(std::size_t size) {
+    std::string bytes(size, 0);
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + (i >> 9));
+    return bytes;
+}
+
+TEST(MappedFile, a_view_begins_at_any_offset) {
+    test::TempFolder folder;
+    std::string const bytes = pattern(200000);
+    Mapped file;
+    ASSERT_EQ(file.open(folder.write("a", bytes).c_str()), bytes.size());
+    for (unsigned long long const offset : {0ull, 1ull, 65535ull, 65536ull, 65537ull, 199999ull}) {
+        auto const view = file.map(offset, bytes.size() - offset);
+        ASSERT_TRUE(view->data());
+        EXPECT_EQ(view->data() - view->view(), static_cast<long long>(offset % 65536));
+        EXPECT_EQ(std::memcmp(view->data(), bytes.data() + offset, view->size()), 0);
+        auto const copy = view->to_RAM();
+        EXPECT_EQ(std::memcmp(copy.get(), view->data(), view->size()), 0);
+    }
+    auto const beyond = file.map(0, 300000);
+    EXPECT_EQ(beyond->data(), nullptr);
+    EXPECT_EQ(beyond->to_RAM(), nullptr);
+}
+
+TEST(MappedFile, views_lie_high_in_the_address_space) {
+    test::TempFolder folder;
+    Mapped file;
+    file.open(folder.write("a", "hello").c_str());
+    auto const view = file.map(0, 5);
+    void* const low = VirtualAlloc(nullptr, 65536, MEM_RESERVE, PAGE_READONLY);
+    EXPECT_GT(static_cast<void*>(view->data()), low);
+    EXPECT_GT(reinterpret_cast<unsigned long long>(view->data()), 1ull << 40);
+    VirtualFree(low, 0, MEM_RELEASE);
+}
+
+LPVOID WINAPI no_place(LPVOID, SIZE_T, DWORD, DWORD) {
+    return nullptr;
+}
+
+TEST(MappedFile, a_view_goes_anywhere_when_no_high_place_is_free) {
+    test::TempFolder folder;
+    Mapped file;
+    file.open(folder.write("a", "hello").c_str());
+    test::StandIn const place("VirtualAlloc", no_place);
+    ASSERT_TRUE(place.found());
+    auto const view = file.map(1, 4);
+    ASSERT_TRUE(view->data());
+    EXPECT_EQ(std::memcmp(view->data(), "ello", 4), 0);
+}
+
+TEST(MappedFile, handles_that_are_handed_in_stay_the_callers) {
+    test::TempFolder folder;
+    std::string const path = folder.write("a", "hello");
+    void* const handle = QX::open_file(path.c_str(), false);
+    {
+        Mapped const file(nullptr, {handle, INVALID_HANDLE_VALUE});
+        EXPECT_EQ(file.owned(), 2u);
+        EXPECT_EQ(file.status(), QX::FILE_OK);
+    }
+    EXPECT_EQ(QX::set_file_pointer({handle, nullptr}, 3), QX::FILE_OK);
+    {
+        Mapped opened(path.c_str(), {});
+        EXPECT_EQ(opened.owned(), 3u);
+        Mapped borrowed(nullptr, opened.file_and_mapping());
+        EXPECT_EQ(borrowed.owned(), 0u);
+        EXPECT_EQ(std::memcmp(borrowed.map(0, 5)->data(), "hello", 5), 0);
+    }
+    EXPECT_TRUE(QX::close_file({handle, nullptr}));
+    EXPECT_FALSE(QX::close_file({handle, nullptr}));
+    EXPECT_EQ(QX::set_file_pointer({handle, nullptr}, 3), QX::FILE_NOT_FOUND);
+    EXPECT_EQ(Mapped(folder.file("missing").c_str(), {}).status(), QX::FILE_NOT_FOUND);
+}
+
+HANDLE WINAPI no_mapping(HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCWSTR) {
+    SetLastError(1816);
+    return nullptr;
+}
+
+TEST(MappedFile, a_mapping_that_fails_gives_the_open_fold) {
+    test::TempFolder folder;
+    test::StandIn const mapping("CreateFileMappingW", no_mapping);
+    ASSERT_TRUE(mapping.found());
+    Mapped file;
+    EXPECT_EQ(file.open(folder.write("a", "hello").c_str()), 0u);
+    EXPECT_EQ(file.status(), QX::FILE_OUT_OF_MEMORY);
+}
+
+TEST(UnbufferedFileIn, copies_whole_or_stops_where_it_stands) {
+    std::string bytes = pattern(3 * 4096 + 5);
+    for (std::size_t const size : {0u, 1u, 4096u, 4097u, 3 * 4096u + 5}) {
+        test::Guarded source(bytes.data(), size), plain(size), stoppable(size);
+        bool volatile stop = false;
+        QX::UnbufferedFileIn::copy(plain.data(), source.data(), size);
+        QX::UnbufferedFileIn::copy(stoppable.data(), source.data(), size, stop);
+        EXPECT_EQ(std::memcmp(plain.data(), bytes.data(), size), 0);
+        EXPECT_EQ(std::memcmp(stoppable.data(), bytes.data(), size), 0);
+        stop = true;
+        char* const nowhere = nullptr;
+        QX::UnbufferedFileIn::copy(nowhere, source.data(), size, stop);
+        QX::UnbufferedFileIn::touch(nowhere, size, stop);
+    }
+}
+
+std::vector<ULONG_PTR> hits;
+
+// Notes the first access to each guarded page and lets it go on.
+LONG CALLBACK note_guard_page(EXCEPTION_POINTERS* raised) {
+    if (raised->ExceptionRecord->ExceptionCode != STATUS_GUARD_PAGE_VIOLATION)
+        return EXCEPTION_CONTINUE_SEARCH;
+    hits.push_back(raised->ExceptionRecord->ExceptionInformation[1]);
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+TEST(UnbufferedFileIn, touches_one_byte_of_each_page) {
+    void* const handler = AddVectoredExceptionHandler(1, note_guard_page);
+    for (unsigned long long const bytes : {0u, 1u, 4096u, 4097u, 3 * 4096u, 3 * 4096u + 1}) {
+        for (bool const stoppable : {false, true}) {
+            bool volatile stop = false;
+            hits.clear();
+            auto const block = static_cast<char*>(VirtualAlloc(
+                nullptr, 5 * 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE | PAGE_GUARD));
+            char* const first = block + 100;
+            if (stoppable)
+                QX::UnbufferedFileIn::touch(first, bytes, stop);
+            else
+                QX::UnbufferedFileIn::touch(first, bytes);
+            VirtualFree(block, 0, MEM_RELEASE);
+
+            ASSERT_EQ(hits.size(), (bytes + 4095) / 4096);
+            for (std::size_t i = 0; i < hits.size(); ++i)
+                EXPECT_EQ(hits[i], reinterpret_cast<ULONG_PTR>(first) + i * 4096);
+        }
+    }
+    RemoveVectoredExceptionHandler(handler);
+}
+
+}  // namespace
