@@ -20,19 +20,20 @@ constexpr std::size_t block = 16;
 typedef unsigned short Words __attribute__((vector_size(32)));
 typedef unsigned int Dwords __attribute__((vector_size(32)));
 
-struct WordPair {
-    Words low, high;  // blue and green, red and alpha
-};
-
-// Pixels 0-3 and 8-11, then 4-7 and 12-15: so that packing and unpacking never cross halves.
 struct Quads {
     Dwords first, second;
 };
 
-constexpr unsigned int opaque = 0xFF000000;
-
 QX_LANES __m128i load_half(void const* from) {
     return _mm_loadu_si128(static_cast<__m128i const*>(from));
+}
+
+QX_LANES __m256i load(unsigned char const* from) {
+    return _mm256_loadu_si256(reinterpret_cast<__m256i const*>(from));
+}
+
+QX_LANES void store(unsigned char* to, __m256i value) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), value);
 }
 
 QX_LANES __m256i load_halves(unsigned char const* low, unsigned char const* high) {
@@ -56,11 +57,11 @@ QX_LANES Words high_product(Words x, unsigned short n) {
 }
 
 QX_LANES Words load_words(unsigned char const* from) {
-    return Words(_mm256_loadu_si256(reinterpret_cast<__m256i const*>(from)));
+    return Words(load(from));
 }
 
 QX_LANES void store_words(unsigned char* to, Words value) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), __m256i(value));
+    store(to, __m256i(value));
 }
 
 QX_LANES Words load_levels(unsigned char const* from) {
@@ -71,16 +72,22 @@ QX_LANES void store_levels(unsigned char* to, Words value) {
     store_half(to, _mm_packus_epi16(lower(__m256i(value)), upper(__m256i(value))));
 }
 
-QX_LANES WordPair to_words(Quads q) {
-    auto const low = _mm256_packus_epi32(__m256i(q.first & 0xFFFF), __m256i(q.second & 0xFFFF));
-    auto const high = _mm256_packus_epi32(__m256i(q.first >> 16), __m256i(q.second >> 16));
-    return {Words(low), Words(high)};
+QX_LANES Dwords pair_sum(Dwords x, unsigned int n) {
+    return Dwords(_mm256_madd_epi16(__m256i(x), _mm256_set1_epi32(static_cast<int>(n))));
+}
+
+// Packing and unpacking work within halves; this swaps the middle quarters before or after.
+QX_LANES __m256i in_order(__m256i value) {
+    return _mm256_permute4x64_epi64(value, 0xD8);
+}
+
+QX_LANES Words lower_halves(Quads q) {
+    return Words(in_order(_mm256_packus_epi32(__m256i(q.first), __m256i(q.second))));
 }
 
 QX_LANES Quads to_quads(Words low, Words high) {
-    return {
-        Dwords(_mm256_unpacklo_epi16(__m256i(low), __m256i(high))),
-        Dwords(_mm256_unpackhi_epi16(__m256i(low), __m256i(high)))};
+    auto const a = in_order(__m256i(low)), b = in_order(__m256i(high));
+    return {Dwords(_mm256_unpacklo_epi16(a, b)), Dwords(_mm256_unpackhi_epi16(a, b))};
 }
 
 // Spreads 3-byte pixels over dwords: from the first 12 bytes of a half, or from the last 12.
@@ -88,34 +95,37 @@ QX_LANES Dwords spread(__m256i bytes, bool last_in_upper) {
     auto const head = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
     auto const tail = _mm_setr_epi8(4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1);
     auto const order = _mm256_setr_m128i(head, last_in_upper ? tail : head);
-    return Dwords(_mm256_shuffle_epi8(bytes, order)) | opaque;
+    return Dwords(_mm256_shuffle_epi8(bytes, order));
 }
 
 QX_LANES Quads load_triples(unsigned char const* from) {
     return {
-        spread(load_halves(from, from + 24), false),
-        spread(load_halves(from + 12, from + 32), true)};
+        spread(load_halves(from, from + 12), false),
+        spread(load_halves(from + 24, from + 32), true)};
 }
 
-QX_LANES void store_triples(unsigned char* to, Quads q) {
+// 24 bytes in the lower three quarters.
+QX_LANES __m256i compact(Dwords q) {
     auto const order = _mm256_broadcastsi128_si256(
         _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-    auto const a = _mm256_shuffle_epi8(__m256i(q.first), order);
-    auto const b = _mm256_shuffle_epi8(__m256i(q.second), order);
-    auto const head = _mm256_or_si256(a, _mm256_slli_si256(b, 12));
-    auto const tail = _mm256_srli_si256(b, 4);
-    store_half(to, lower(head));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 16), lower(tail));
-    store_half(to + 24, upper(head));
+    auto const halves = _mm256_shuffle_epi8(__m256i(q), order);
+    return _mm256_permutevar8x32_epi32(halves, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+}
+
+// The first store's last quarter is overwritten by the second.
+QX_LANES void store_triples(unsigned char* to, Quads q) {
+    auto const tail = compact(q.second);
+    store(to, compact(q.first));
+    store_half(to + 24, lower(tail));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to + 40), upper(tail));
 }
 
 QX_LANES Quads load_grey(unsigned char const* from) {
     auto const bytes = _mm256_broadcastsi128_si256(load_half(from));
     auto const first = _mm256_setr_epi8(
-        0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 8, 8, 8, 8, 9, 9, 9, 9, 10, 10, 10, 10, 11,
-        11, 11, 11);
-    auto const second = _mm256_add_epi8(first, _mm256_set1_epi8(4));
+        0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7,
+        7);
+    auto const second = _mm256_add_epi8(first, _mm256_set1_epi8(8));
     return {Dwords(_mm256_shuffle_epi8(bytes, first)), Dwords(_mm256_shuffle_epi8(bytes, second))};
 }
 
@@ -126,10 +136,7 @@ QX_LANES Quads load_quads(unsigned char const* from) {
     } else if constexpr (K == G8) {
         return load_grey(from);
     } else {
-        unsigned int const top = K == X8888 ? opaque : 0;
-        return {
-            Dwords(load_halves(from, from + 32)) | top,
-            Dwords(load_halves(from + 16, from + 48)) | top};
+        return {Dwords(load(from)), Dwords(load(from + 32))};
     }
 }
 
@@ -138,7 +145,7 @@ QX_LANES void store_grey(unsigned char* to, Quads q) {
     auto const sums = _mm256_hadd_epi16(
         _mm256_maddubs_epi16(__m256i(q.first), weights),
         _mm256_maddubs_epi16(__m256i(q.second), weights));
-    store_levels(to, high_product(Words(sums) + 63, 33027) >> 6);
+    store_levels(to, high_product(Words(in_order(sums)) + 63, 33027) >> 6);
 }
 
 template <Kind K>
@@ -148,12 +155,8 @@ QX_LANES void store_quads(unsigned char* to, Quads q) {
     } else if constexpr (K == G8) {
         store_grey(to, q);
     } else {
-        unsigned int const kept = K == X8888 ? ~opaque : ~0u;
-        auto const a = __m256i(q.first & kept), b = __m256i(q.second & kept);
-        store_half(to, lower(a));
-        store_half(to + 16, lower(b));
-        store_half(to + 32, upper(a));
-        store_half(to + 48, upper(b));
+        store(to, __m256i(q.first));
+        store(to + 32, __m256i(q.second));
     }
 }
 

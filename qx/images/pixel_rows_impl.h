@@ -3,15 +3,17 @@
 // Each source that includes this has declared, in namespace QX::pixel_rows and without linkage,
 // its vectors and how they meet memory:
 //
-//     QX_LANES                 what its vector functions are marked with
-//     block                    pixels handled at once
-//     Words                    a vector of `block` 16-bit lanes
-//     Quads                    `block` pixels of four bytes, in an order of its own
-//     high_product(x, n)       the upper halves of 16-bit products
-//     load_words, store_words  16-bit pixels
+//     QX_LANES                   what its vector functions are marked with
+//     block                      pixels handled at once
+//     Words                      a vector of `block` 16-bit lanes
+//     Dwords, Quads              32-bit lanes; two such, `block` pixels of four bytes
+//     high_product(x, n)         the upper halves of 16-bit products
+//     pair_sum(x, n)             16-bit lanes times those of n, added up in pairs
+//     load_words, store_words    16-bit pixels
 //     load_levels, store_levels  bytes as words
-//     load_quads<K>, store_quads<K>  pixels of the byte kinds
-//     to_words, to_quads       between the two, as blue and green, red and alpha in one word each
+//     load_quads<K>, store_quads<K>  pixels of the byte kinds; the fourth byte as it comes
+//     lower_halves(q)            words from quads that keep them in their lower halves
+//     to_quads(low, high)        quads from words: blue and green, red and alpha
 #include "qx/images/pixel_rules_impl.h"
 
 #include <array>
@@ -51,22 +53,13 @@ QX_LANES Planes split_4444(Words p) {
 }
 
 template <Kind K>
-QX_LANES Planes load_planes(unsigned char const* from) {
-    if constexpr (kind_size(K) == 2) {
-        Words const p = load_words(from);
-        if constexpr (K == R565)
-            return split_565(p);
-        else if constexpr (K == A4444)
-            return split_4444(p);
-        else
-            return split_1555(p, K == A1555);
-    } else if constexpr (K == G8) {
-        Words const level = load_levels(from);
-        return {level, level, level, level};
-    } else {
-        WordPair const w = to_words(load_quads<K>(from));
-        return {w.low & 255, w.low >> 8, w.high & 255, w.high >> 8};
-    }
+QX_LANES Planes split(Words p) {
+    if constexpr (K == R565)
+        return split_565(p);
+    else if constexpr (K == A4444)
+        return split_4444(p);
+    else
+        return split_1555(p, K == A1555);
 }
 
 // grey_level, halved throughout so that sums stay below 2^15; the product divides by 127.
@@ -76,35 +69,116 @@ QX_LANES Words grey_of(Planes const& p) {
 }
 
 template <Kind K>
-QX_LANES Words join(Planes const& p) {
-    if constexpr (K == R565) {
-        return (p.blue >> 3) | ((p.green << 3) & 0x07E0) | ((p.red << 8) & 0xF800);
-    } else if constexpr (K == A4444) {
-        return (p.blue >> 4) | (p.green & 0xF0) | ((p.red << 4) & 0x0F00) |
-               ((p.alpha << 8) & 0xF000);
+QX_LANES void store_planes(unsigned char* to, Planes const& p) {
+    if constexpr (K == G8) {
+        store_levels(to, grey_of(p));
     } else {
-        Words const colour = (p.blue >> 3) | ((p.green << 2) & 0x03E0) | ((p.red << 7) & 0x7C00);
-        return K == A1555 ? colour | ((p.alpha << 8) & 0x8000) : colour;
+        Words const high = K == A8888 ? p.red | (p.alpha << 8) : p.red;
+        store_quads<K>(to, to_quads(p.blue | (p.green << 8), high));
     }
 }
 
+// One level in every field: a multiplication repeats it.
 template <Kind K>
-QX_LANES void store_planes(unsigned char* to, Planes const& p) {
-    if constexpr (kind_size(K) == 2) {
-        store_words(to, join<K>(p));
-    } else if constexpr (K == G8) {
-        store_levels(to, grey_of(p));
+QX_LANES Words repeat(Words level) {
+    if constexpr (K == A4444)
+        return (level >> 4) * 0x1111;
+    else if constexpr (K == R565)
+        return ((level >> 3) * 0x0801) | ((level << 3) & 0x07E0);
+    else if constexpr (K == A1555)
+        return ((level >> 3) * 0x0421) | ((level << 8) & 0x8000);
+    else
+        return (level >> 3) * 0x0421;
+}
+
+// Where the channels of a 16-bit pixel lie.
+struct Field {
+    int at, bits;
+};
+
+struct Layout {
+    Field blue, green, red, alpha;
+};
+
+constexpr Layout layout_of(Kind kind) {
+    if (kind == R565) return {{0, 5}, {5, 6}, {11, 5}, {16, 0}};
+    if (kind == A4444) return {{0, 4}, {4, 4}, {8, 4}, {12, 4}};
+    return {{0, 5}, {5, 5}, {10, 5}, {15, kind == A1555 ? 1 : 0}};
+}
+
+constexpr unsigned short field_mask(Field f, int bits) {
+    return static_cast<unsigned short>(((1 << bits) - 1) << (f.at + f.bits - bits));
+}
+
+// One channel from its place in a 16-bit pixel to that in another, without going through bytes.
+template <Field F, Field T>
+QX_LANES Words move_field(Words p) {
+    if constexpr (T.bits == 0) {
+        return Words{};
+    } else if constexpr (F.bits == 0) {
+        return Words{} + field_mask(T, T.bits);
+    } else if constexpr (F.bits == 1 && T.bits == 4) {
+        return (p >> F.at) * field_mask(T, 4);
     } else {
-        store_quads<K>(to, to_quads(p.blue | (p.green << 8), p.red | (p.alpha << 8)));
+        constexpr int down = F.at + F.bits - T.at - T.bits;
+        constexpr unsigned short kept = field_mask(T, F.bits < T.bits ? F.bits : T.bits);
+        Words const moved = (down >= 0 ? p >> (down & 15) : p << (-down & 15)) & kept;
+        if constexpr (F.bits != 5 || T.bits != 6)
+            return moved;
+        else
+            return moved | ((p >> (F.at + 4 - T.at)) & field_mask({T.at, 1}, 1));
     }
 }
 
 template <Kind S, Kind D>
-QX_LANES void convert_block(unsigned char* to, unsigned char const* from) {
-    if constexpr (kind_size(S) == 2 || kind_size(D) == 2) {
-        store_planes<D>(to, load_planes<S>(from));
+QX_LANES Words move_fields(Words p) {
+    constexpr Layout from = layout_of(S), to = layout_of(D);
+    return move_field<from.blue, to.blue>(p) | move_field<from.green, to.green>(p) |
+           move_field<from.red, to.red>(p) | move_field<from.alpha, to.alpha>(p);
+}
+
+// Narrows four-byte pixels to 16 bits. Blue and red meet by one multiplication, at the distance
+// that they have in the result; green lies right between them as it is.
+template <Kind S, Kind D>
+QX_LANES Dwords narrow(Dwords q) {
+    if constexpr (D == A4444) {
+        return pair_sum(((q & 0x00F000F0) >> 4) | ((q & 0xF000F000) >> 8), 0x01000001);
+    } else if constexpr (D == R565) {
+        return (pair_sum(q & 0x00F800F8, 0x20000004) | (q & 0x0000FC00)) >> 5;
     } else {
-        store_quads<D>(to, load_quads<S>(from));
+        Dwords const colour = (pair_sum(q & 0x00F800F8, 0x20000008) | (q & 0x0000F800)) >> 6;
+        return S == A8888 && D == A1555 ? colour | ((q >> 16) & 0x8000) : colour;
+    }
+}
+
+template <Kind S, Kind D>
+QX_LANES Words narrow(Quads q) {
+    Words const out = lower_halves({narrow<S, D>(q.first), narrow<S, D>(q.second)});
+    constexpr Field alpha = layout_of(D).alpha;
+    return S == A8888 ? out : out | field_mask(alpha, alpha.bits);
+}
+
+template <Kind S, Kind D>
+QX_LANES void convert_quads(unsigned char* to, Quads q) {
+    constexpr bool adds_alpha = D == A8888 && (S == X8888 || S == B888);
+    if constexpr (adds_alpha) q = {q.first | 0xFF000000, q.second | 0xFF000000};
+    if constexpr (D == X8888) q = {q.first & 0x00FFFFFF, q.second & 0x00FFFFFF};
+    store_quads<D>(to, q);
+}
+
+template <Kind S, Kind D>
+QX_LANES void convert_block(unsigned char* to, unsigned char const* from) {
+    constexpr bool from_words = kind_size(S) == 2, to_words = kind_size(D) == 2;
+    if constexpr (from_words && to_words) {
+        store_words(to, move_fields<S, D>(load_words(from)));
+    } else if constexpr (from_words) {
+        store_planes<D>(to, split<S>(load_words(from)));
+    } else if constexpr (to_words && S == G8) {
+        store_words(to, repeat<D>(load_levels(from)));
+    } else if constexpr (to_words) {
+        store_words(to, narrow<S, D>(load_quads<S>(from)));
+    } else {
+        convert_quads<S, D>(to, load_quads<S>(from));
     }
 }
 

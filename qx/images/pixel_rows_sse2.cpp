@@ -19,15 +19,9 @@ constexpr std::size_t block = 8;
 typedef unsigned short Words __attribute__((vector_size(16)));
 typedef unsigned int Dwords __attribute__((vector_size(16)));
 
-struct WordPair {
-    Words low, high;  // blue and green, red and alpha
-};
-
 struct Quads {
     Dwords first, second;
 };
-
-constexpr unsigned int opaque = 0xFF000000;
 
 QX_LANES __m128i load(void const* from) {
     return _mm_loadu_si128(static_cast<__m128i const*>(from));
@@ -59,17 +53,15 @@ QX_LANES void store_levels(unsigned char* to, Words value) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
 }
 
-// Words from the lower halves of dwords; the shifts keep the packing from saturating.
-QX_LANES Words lower_halves(Dwords a, Dwords b) {
-    auto const x = _mm_srai_epi32(_mm_slli_epi32(__m128i(a), 16), 16);
-    auto const y = _mm_srai_epi32(_mm_slli_epi32(__m128i(b), 16), 16);
-    return Words(_mm_packs_epi32(x, y));
+QX_LANES Dwords pair_sum(Dwords x, unsigned int n) {
+    return Dwords(_mm_madd_epi16(__m128i(x), _mm_set1_epi32(static_cast<int>(n))));
 }
 
-QX_LANES WordPair to_words(Quads q) {
-    auto const x = _mm_srai_epi32(__m128i(q.first), 16);
-    auto const y = _mm_srai_epi32(__m128i(q.second), 16);
-    return {lower_halves(q.first, q.second), Words(_mm_packs_epi32(x, y))};
+// The shifts keep the packing from saturating.
+QX_LANES Words lower_halves(Quads q) {
+    auto const x = _mm_srai_epi32(_mm_slli_epi32(__m128i(q.first), 16), 16);
+    auto const y = _mm_srai_epi32(_mm_slli_epi32(__m128i(q.second), 16), 16);
+    return Words(_mm_packs_epi32(x, y));
 }
 
 QX_LANES Quads to_quads(Words low, Words high) {
@@ -107,21 +99,21 @@ QX_LANES void store_triples(unsigned char* to, Dwords q) {
 template <Kind K>
 QX_LANES Quads load_quads(unsigned char const* from) {
     if constexpr (K == B888) {
-        return {load_triples(from) | opaque, load_triples(from + 12) | opaque};
+        return {load_triples(from), load_triples(from + 12)};
     } else if constexpr (K == G8) {
         auto const bytes = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(from));
         auto const twice = Words(_mm_unpacklo_epi8(bytes, bytes));
         return to_quads(twice, twice);
     } else {
-        unsigned int const top = K == X8888 ? opaque : 0;
-        return {Dwords(load(from)) | top, Dwords(load(from + 16)) | top};
+        return {Dwords(load(from)), Dwords(load(from + 16))};
     }
 }
 
 QX_LANES void store_grey(unsigned char* to, Quads q) {
-    WordPair const w = to_words(q);
-    Words const sum = (w.low & 255) * 14 + (w.low >> 8) * 75 + (w.high & 255) * 38 + 63;
-    store_levels(to, high_product(sum, 33027) >> 6);
+    auto const weigh = [](Dwords x) __attribute__((always_inline)) {
+        return pair_sum(x & 0x00FF00FF, 38 << 16 | 14) + pair_sum((x >> 8) & 255, 75) + 63;
+    };
+    store_levels(to, high_product(lower_halves({weigh(q.first), weigh(q.second)}), 33027) >> 6);
 }
 
 template <Kind K>
@@ -132,9 +124,8 @@ QX_LANES void store_quads(unsigned char* to, Quads q) {
     } else if constexpr (K == G8) {
         store_grey(to, q);
     } else {
-        unsigned int const kept = K == X8888 ? ~opaque : ~0u;
-        store(to, __m128i(q.first & kept));
-        store(to + 16, __m128i(q.second & kept));
+        store(to, __m128i(q.first));
+        store(to + 16, __m128i(q.second));
     }
 }
 
