@@ -67,6 +67,8 @@ private:
 template <typename CharT, typename Traits = CHAR_TRAITS<CharT>, typename Alloc = Allocator<CharT>>
 class BASIC_STRING {
 public:
+    using MovesOnGrowth = void;  // arrays may move strings instead of copying them
+
     using value_type = CharT;
     using traits_type = Traits;
     using allocator_type = Alloc;

@@ -1,28 +1,265 @@
-// string_test.cpp - String and UniString: storage states, sizes, comparison and search.
+// string_test.cpp - String and UniString: storage states, blocks, failures, comparison, search.
 #include "qx/text/string.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "tests/harness/failing_allocation.h"
+#include "tests/harness/guarded.h"
+#include "tests/harness/random.h"
 
 namespace {
 
 using QX::String;
 using QX::UniString;
 
+// What allocation_hook saw.
+unsigned int blocks_taken;
+unsigned int blocks_freed;
+
+void count_blocks(void const*, unsigned int size) {
+    ++(size ? blocks_taken : blocks_freed);
+}
+
+// The blocks that `work` took and gave back, as "taken/freed".
+std::string blocks_of(std::function<void()> const& work) {
+    blocks_taken = blocks_freed = 0;
+    QX::allocation_hook = count_blocks;
+    work();
+    QX::allocation_hook = nullptr;
+    return std::to_string(blocks_taken) + "/" + std::to_string(blocks_freed);
+}
+
 TEST(String, shares_one_terminator_between_the_library_and_its_clients) {
     String const from_library = String("a").substr(1) + String();
     EXPECT_EQ(String().c_str(), from_library.c_str());
     EXPECT_EQ(UniString().c_str(), (UniString() + UniString()).c_str());
-    EXPECT_STREQ(String().c_str(), "");
     EXPECT_EQ(String("").c_str(), String::static_empty_string());
+    EXPECT_EQ(String(0u, 'x').c_str(), String::static_empty_string());
     EXPECT_NE(&QX::CHAR_TRAITS<char>::eos(), String::static_empty_string());
+    EXPECT_EQ(sizeof(String), 16u);
+    EXPECT_EQ(sizeof(UniString), 16u);
 }
 
 TEST(String, offers_npos_as_a_thing_that_references_can_be_bound_to) {
     unsigned int const& bound = String::npos;
     EXPECT_EQ(std::min(bound, UniString::npos), 0xFFFFFFFFu);
     EXPECT_EQ(String::max_length(), 0xFFFFFFFEu);
+    EXPECT_EQ(QX::CHAR_TRAITS<wchar_t>::eof(), -1);
+}
+
+TEST(String, takes_numbers_as_room_and_characters_as_text) {
+    EXPECT_EQ(String(10).capacity(), 10u);
+    EXPECT_EQ(UniString(10u).capacity(), 10u);
+    EXPECT_TRUE(String(10).empty());
+    EXPECT_TRUE(UniString(10).empty());
+    EXPECT_EQ(String('a'), "a");
+    EXPECT_EQ(UniString(L'a'), L"a");
+    EXPECT_EQ(String(3, 'x'), "xxx");
+    EXPECT_EQ(String(String("abcd"), 1, 2), "bc");
+    EXPECT_EQ(String("a\0b", 3).length(), 3u);
+}
+
+TEST(String, reads_past_the_end_of_a_constant_give_the_terminator) {
+    String const text("ab");
+    EXPECT_EQ(&text[2], &QX::CHAR_TRAITS<char>::eos());
+    EXPECT_EQ(&text[0xFFFFFFFF], &QX::CHAR_TRAITS<char>::eos());
+    EXPECT_EQ(&String().back(), &QX::CHAR_TRAITS<char>::eos());
+    EXPECT_EQ(text.back(), 'b');
+    EXPECT_EQ(std::string(text.rbegin(), text.rend()), "ba");
+}
+
+TEST(String, position_beyond_the_length_wraps_where_nothing_clamps) {
+    String const text("abcdef");
+    String const part = text.substr(0, 2);
+    char read[3];
+    EXPECT_EQ(text.copy(read, 9, 4), 2u);
+    // Behind a length of 2 in a block of 6: the count is not cut.
+    String shortened("abcdef");
+    shortened.resize(2);
+    EXPECT_EQ(shortened.copy(read, 3, 3), 3u);
+    EXPECT_EQ(std::string_view(read, 3), "def");
+    EXPECT_EQ(shortened.substr(3, 3), "def");
+    EXPECT_EQ(shortened.compare(3, 3, "def"), 0);
+}
+
+TEST(String, moving_assignment_gives_the_source_the_old_contents) {
+    String target("old");
+    String source("new");
+    char const* const block = target.c_str();
+    target = static_cast<String&&>(source);
+    EXPECT_EQ(target, "new");
+    EXPECT_EQ(source.c_str(), block);
+}
+
+TEST(String, clear_and_dealloc_returns_to_the_shared_terminator) {
+    String text("abc");
+    EXPECT_EQ(blocks_of([&] { text.clear_and_dealloc(); }), "0/1");
+    EXPECT_EQ(text.c_str(), String::static_empty_string());
+    EXPECT_EQ(text.capacity() + text.length(), 0u);
+}
+
+TEST(String, the_allocation_hook_sees_every_block_of_the_long_way) {
+    String a("0123456789");
+    String const b("abc");
+    UniString const w(L"abc");
+    a.reserve(100);
+    EXPECT_EQ(blocks_of([&] { String copy(a); }), "1/1");
+    EXPECT_EQ(blocks_of([&] { String copy = String(); }), "0/0");
+    EXPECT_EQ(blocks_of([&] { a += b; }), "0/0");
+    EXPECT_EQ(blocks_of([&] { a += "literal"; }), "1/1");
+    EXPECT_EQ(blocks_of([&] { String sum = b + b; }), "2/2");
+    EXPECT_EQ(blocks_of([&] { UniString sum = w + L"x"; }), "2/2");
+    EXPECT_EQ(blocks_of([&] { a.find("needle"); }), "1/1");
+    EXPECT_EQ(blocks_of([&] { a = "shorter"; }), "0/0");
+}
+
+// Each row changes a string of capacity 5 in a way that takes a block.
+TEST(String, failed_allocation_leaves_the_target_as_it_was) {
+    String const longer("a longer text");
+    std::function<void(String&)> const operations[] = {
+        [&](String& s) { s = longer; },           [&](String& s) { s = "a longer text"; },
+        [&](String& s) { s += longer; },          [&](String& s) { s += s; },
+        [&](String& s) { s += "a longer text"; }, [&](String& s) { s += 'x'; },
+        [&](String& s) { s.append(longer); },     [&](String& s) { s.append("longer", 6); },
+        [&](String& s) { s.reserve(6); },         [&](String& s) { s.resize(6, 'x'); },
+        [&](String& s) { s = s + longer; },       [&](String& s) { s = s.substr(1, 2); },
+        [&](String& s) { s = String(longer); },
+    };
+    for (auto const& operation : operations) {
+        for (unsigned int nth = 1;; ++nth) {
+            SCOPED_TRACE(&operation - operations);
+            String target("abcde");
+            char const* const block = target.c_str();
+            test::FailingAllocation failing(nth);
+            try {
+                operation(target);
+                EXPECT_GT(nth, 1u) << "took no block";
+                break;
+            } catch (std::bad_alloc const&) {
+                EXPECT_TRUE(failing.fired());
+                EXPECT_EQ(target.c_str(), block);
+                EXPECT_STREQ(block, "abcde");
+                EXPECT_EQ(target.length() + target.capacity(), 10u);
+            }
+        }
+    }
+}
+
+TEST(String, compares_bytes_as_signed_and_wide_units_as_unsigned) {
+    EXPECT_LT(String("\xE9").compare("a"), 0);
+    EXPECT_GT(UniString(L"\xE9").compare(UniString(L"a")), 0);
+    EXPECT_GT(UniString(L"\xFFFF").compare(UniString(L"a")), 0);
+    EXPECT_LT(String("a").compare("ab"), 0);
+    EXPECT_EQ(String("xaby").compare(1, 2, "ab"), 0);
+    EXPECT_EQ(String("xab").compare(1, 99, "abc", 2), 0);
+    EXPECT_TRUE(String("\x80") < String("") + "0");
+    EXPECT_TRUE(UniString(L"b") >= UniString(L"a"));
+    EXPECT_FALSE(UniString(L"a") > UniString(L"a"));
+    EXPECT_TRUE(String("a") != "b" && String("a") <= String("a"));
+}
+
+TEST(String, equality_with_a_wide_text_stops_at_its_terminator) {
+    test::Guarded const text(L"ab", sizeof L"ab");
+    auto const wide = reinterpret_cast<wchar_t const*>(text.data());
+    EXPECT_TRUE(UniString(L"ab") == wide);
+    EXPECT_TRUE(UniString(L"abcd") != wide);
+    EXPECT_TRUE(UniString(L"a") != wide);
+    EXPECT_FALSE(UniString(L"ab\0c", 4) == wide);
+}
+
+TEST(String, rfind_takes_its_position_as_an_exclusive_bound) {
+    String const text("aa");
+    EXPECT_EQ(text.rfind('a', 0), String::npos);
+    EXPECT_EQ(text.rfind('a', 1), 0u);
+    EXPECT_EQ(text.rfind('a', 2), 1u);
+    EXPECT_EQ(text.rfind('a'), 1u);
+    EXPECT_EQ(text.rfind("aa", 1), String::npos);
+    EXPECT_EQ(text.rfind("a", 1), 0u);
+    EXPECT_EQ(text.rfind("", 1), 1u);
+    EXPECT_EQ(text.rfind(""), 2u);
+}
+
+TEST(String, find_gives_an_empty_needle_no_place_at_the_end) {
+    EXPECT_EQ(String("ab").find("", 1), 1u);
+    EXPECT_EQ(String("ab").find("", 2), String::npos);
+    EXPECT_EQ(String().find(""), String::npos);
+    EXPECT_EQ(String("ab").find('b', 100), String::npos);
+    EXPECT_EQ(String("ab").find("abc"), String::npos);
+}
+
+// A string over borrowed memory that ends at a guard page. Without capacity it frees nothing.
+template <typename Text, typename Unit>
+void borrow(Text& text, test::Guarded const& memory) {
+    text.storage_ = reinterpret_cast<Unit*>(memory.data());
+    text.length_ = static_cast<unsigned int>(memory.size() / sizeof(Unit));
+}
+
+// The terminator too lies behind the page's edge: a search must not touch even that.
+template <typename Text, typename Unit>
+void search_like_the_model(unsigned int length, test::Random& random) {
+    std::basic_string<Unit> model;
+    for (unsigned int i = 0; i < length; ++i) model += static_cast<Unit>('a' + random.below(3));
+    test::Guarded const memory(model.data(), model.size() * sizeof(Unit));
+    Text text;
+    borrow<Text, Unit>(text, memory);
+    for (unsigned int round = 0; round < 12; ++round) {
+        unsigned int const pos = random.below(length + 2);
+        unsigned int const from = random.below(length + 1);
+        auto needle = model.substr(from, random.below(6) + (random.chance(4) ? 20 : 0));
+        if (!needle.empty() && random.chance(2)) needle.back() = 'd';
+        auto const start = std::min<std::size_t>(pos, length);
+        auto expected = static_cast<unsigned int>(model.find(needle, start));
+        if (needle.empty() && start == length) expected = Text::npos;
+        ASSERT_EQ(text.find(Text(needle.data(), needle.size()), pos), expected);
+        auto const back = model.substr(0, start).rfind(needle);
+        ASSERT_EQ(text.rfind(Text(needle.data(), needle.size()), pos), unsigned(back));
+        Unit const wanted = static_cast<Unit>('b' + random.below(3));
+        ASSERT_EQ(text.find(wanted, pos), unsigned(model.find(wanted, start)));
+        ASSERT_EQ(text.rfind(wanted, pos), unsigned(model.substr(0, start).rfind(wanted)));
+    }
+    text.storage_ = Text::static_empty_string();
+}
+
+TEST(String, searches_like_the_model_and_reads_nothing_outside) {
+    test::Random random(1);
+    for (unsigned int length = 0; length < 150; ++length) {
+        search_like_the_model<String, char>(length, random);
+        search_like_the_model<UniString, wchar_t>(length, random);
+    }
+}
+
+// Texts of every length whose terminator is the last unit before the guard page.
+template <typename Unit>
+void measure_and_compare(unsigned int length) {
+    using Traits = QX::CHAR_TRAITS<Unit>;
+    std::basic_string<Unit> const model(length, Unit('x'));
+    test::Guarded const a(model.data(), (length + 1) * sizeof(Unit));
+    auto const text = reinterpret_cast<Unit*>(a.data());
+    for (unsigned int skip = 0; skip <= length; ++skip) {
+        ASSERT_EQ(Traits::length(text + skip), length - skip);
+    }
+    test::Guarded const b(model.data(), (length + 1) * sizeof(Unit));
+    auto const other = reinterpret_cast<Unit*>(b.data());
+    ASSERT_EQ(Traits::compare(text, other, length), 0);
+    for (unsigned int at = 0; at < length; ++at) {
+        other[at] = static_cast<Unit>(-2);  // below 'x' as a char, above it as a wide unit
+        ASSERT_EQ(Traits::compare(text, other, length) > 0, sizeof(Unit) == 1);
+        ASSERT_EQ(Traits::compare(text, other, at), 0);
+        ASSERT_EQ(Traits::find(other, length, static_cast<Unit>(-2)), other + at);
+        other[at] = 'x';
+    }
+}
+
+TEST(String, measures_and_compares_up_to_a_guard_page) {
+    for (unsigned int length = 0; length < 70; ++length) {
+        measure_and_compare<char>(length);
+        measure_and_compare<wchar_t>(length);
+    }
 }
 
 }  // namespace
