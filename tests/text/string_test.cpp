@@ -132,7 +132,6 @@ TEST(String, failed_allocation_leaves_the_target_as_it_was) {
     };
     for (auto const& operation : operations) {
         for (unsigned int nth = 1;; ++nth) {
-            SCOPED_TRACE(&operation - operations);
             String target("abcde");
             char const* const block = target.c_str();
             test::FailingAllocation failing(nth);
@@ -142,7 +141,7 @@ TEST(String, failed_allocation_leaves_the_target_as_it_was) {
                 break;
             } catch (std::bad_alloc const&) {
                 EXPECT_TRUE(failing.fired());
-                EXPECT_EQ(target.c_str(), block);
+                EXPECT_EQ(target.c_str(), block) << "row " << &operation - operations;
                 EXPECT_STREQ(block, "abcde");
                 EXPECT_EQ(target.length() + target.capacity(), 10u);
             }

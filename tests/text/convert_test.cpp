@@ -1,0 +1,180 @@
+// convert_test.cpp - UTF-8 and back beside the plain stepping rules, malformed input included.
+#include "qx/text/convert.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/harness/guarded.h"
+#include "tests/harness/random.h"
+
+namespace {
+
+using QX::String;
+using QX::UniString;
+
+// The rules one byte and one unit at a time.
+std::wstring plain_decode(std::string const& text) {
+    std::wstring units;
+    for (std::size_t i = 0; i < text.size();) {
+        auto const byte = [&](std::size_t k) { return static_cast<unsigned char>(text[i + k]); };
+        std::size_t const count = byte(0) < 0x80 ? 1 : byte(0) & 0x20 ? 3 : 2;
+        if (i + count > text.size()) break;
+        unsigned int unit = byte(0);
+        if (count == 2) unit = (unit << 6) + byte(1) - 0x3080;
+        if (count == 3) unit = (((unit << 6) + byte(1)) << 6) + byte(2) - 0x2080;
+        units += static_cast<wchar_t>(unit);
+        i += count;
+    }
+    return units;
+}
+
+std::string plain_encode(std::wstring const& units) {
+    std::string text;
+    for (unsigned int const c : units) {
+        if (c < 0x80) {
+            text += static_cast<char>(c);
+        } else if (c < 0x800) {
+            text += {static_cast<char>(0xC0 | c >> 6), static_cast<char>(0x80 | (c & 0x3F))};
+        } else {
+            text +=
+                {static_cast<char>(0xE0 | c >> 12), static_cast<char>(0x80 | (c >> 6 & 0x3F)),
+                 static_cast<char>(0x80 | (c & 0x3F))};
+        }
+    }
+    return text;
+}
+
+// Source and target both end at guard pages: a read or write too far faults.
+void check_decode(std::string const& text) {
+    std::wstring const expected = plain_decode(text);
+    test::Guarded const source(text.c_str(), text.size() + 1);
+    test::Guarded const target((expected.size() + 1) * sizeof(wchar_t));
+    auto const units = reinterpret_cast<wchar_t*>(target.data());
+    ASSERT_EQ(QX::utf8_length(source.data()), expected.size());
+    wchar_t* const end = QX::utf8_decode(units, source.data());
+    ASSERT_EQ(std::wstring(units, end), expected);
+    ASSERT_EQ(*end, 0);
+}
+
+void check_encode(std::wstring const& units) {
+    std::string const expected = plain_encode(units);
+    test::Guarded const source(units.c_str(), (units.size() + 1) * sizeof(wchar_t));
+    test::Guarded const target(expected.size() + 1);
+    auto const text = reinterpret_cast<wchar_t const*>(source.data());
+    ASSERT_EQ(QX::utf8_length(text), expected.size());
+    char* const end = QX::utf8_encode(target.data(), text);
+    ASSERT_EQ(std::string(target.data(), end), expected);
+    ASSERT_EQ(*end, 0);
+}
+
+TEST(Convert, every_unit_goes_to_utf8_and_back) {
+    UniString units;
+    for (unsigned int c = 1; c <= 0xFFFF; ++c) units += static_cast<wchar_t>(c);
+    String const text = QX::must_fix_string_narrow(units);
+    EXPECT_EQ(text.length(), 0x7Fu + 2 * 0x780 + 3 * 0xF800);
+    EXPECT_EQ(text.capacity(), text.length());
+    EXPECT_TRUE(QX::must_fix_string_widen(text) == units);
+    check_encode(std::wstring(units.begin(), units.end()));
+}
+
+TEST(Convert, encodes_each_unit_by_itself) {
+    EXPECT_EQ(QX::must_fix_string_narrow(L"\xE9"), "\xC3\xA9");
+    EXPECT_EQ(QX::must_fix_string_narrow(L"\x20AC"), "\xE2\x82\xAC");
+    String const halves = QX::must_fix_string_narrow(L"\xD83D\xDE00");
+    EXPECT_EQ(halves, "\xED\xA0\xBD\xED\xB8\x80");
+    EXPECT_TRUE(QX::must_fix_string_widen(halves) == L"\xD83D\xDE00");
+    EXPECT_EQ(QX::must_fix_string_narrow(UniString()).c_str(), String::static_empty_string());
+    EXPECT_EQ(QX::must_fix_string_narrow(UniString(L"a\0b", 3)), "a");
+}
+
+// Runs of ASCII, of sequences and of any bytes, so that blocks of every kind follow each other.
+std::string mixture(test::Random& random, unsigned int size) {
+    std::string text;
+    while (text.size() < size) {
+        unsigned int const kind = random.below(4);
+        for (unsigned int n = random.below(30); n > 0; --n) {
+            wchar_t const unit = static_cast<wchar_t>(0x80 + random.below(0xFF00));
+            if (kind == 0) text += static_cast<char>(1 + random.below(0x7F));
+            if (kind == 1) text += plain_encode(std::wstring(1, unit));
+            if (kind == 2) text += plain_encode(std::wstring(1, unit & 0x7FF));
+            if (kind == 3 && random.chance(2)) text += static_cast<char>(1 + random.below(0xFF));
+        }
+    }
+    std::erase(text, '\0');
+    return text.substr(0, size);
+}
+
+TEST(Convert, decodes_like_the_stepping_rules_whatever_the_bytes_are) {
+    test::Random random(3);
+    for (unsigned int size = 0; size < 600 && !HasFatalFailure(); ++size) {
+        for (unsigned int n = 0; n < 4; ++n) check_decode(mixture(random, size));
+    }
+}
+
+TEST(Convert, encodes_like_the_plain_rule_whatever_the_units_are) {
+    test::Random random(4);
+    unsigned int const bits[] = {7, 7, 11, 16};
+    for (unsigned int size = 0; size < 600 && !HasFatalFailure(); ++size) {
+        std::wstring units;
+        unsigned int limit = 0;
+        while (units.size() < size) {
+            if (random.chance(20) || !limit) limit = 1u << bits[random.below(4)];
+            if (unsigned int const unit = random.below(limit)) units += static_cast<wchar_t>(unit);
+        }
+        check_encode(units);
+    }
+}
+
+// Every byte changed to every lead kind, in a text that spans several blocks and pages' ends.
+TEST(Convert, one_wrong_byte_is_stepped_as_told) {
+    std::string const text = plain_encode(L"plain \xE9\x20AC text, \xFC\xFC\xFC \xFFFD\xFFFD end.");
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        for (char const wrong : {'\x01', '\x80', '\xA0', '\xC3', '\xE2', '\xF0', '\xFF'}) {
+            std::string changed = text + text;
+            changed[at] = wrong;
+            check_decode(changed);
+            check_decode(changed.substr(0, at + 1));
+        }
+    }
+}
+
+TEST(Convert, a_page_boundary_inside_the_text_changes_nothing) {
+    test::Random random(5);
+    std::string const text = mixture(random, 4096 + 200);
+    for (unsigned int skip = 0; skip < 40; ++skip) check_decode(text.substr(skip));
+    std::wstring const units = plain_decode(mixture(random, 3 * 4096));
+    for (unsigned int skip = 0; skip < 40; ++skip) check_encode(units.substr(skip));
+}
+
+TEST(Convert, case_changes_touch_ascii_letters_alone) {
+    String all;
+    UniString wide;
+    for (int c = 1; c < 256; ++c) all += static_cast<char>(c);
+    for (int c = 1; c < 0x400; ++c) wide += static_cast<wchar_t>(c);
+    String const lower = QX::lowercase(all);
+    UniString const upper = QX::uppercase(wide);
+    for (unsigned int i = 0; i < all.length(); ++i) {
+        bool const is_capital = all[i] >= 'A' && all[i] <= 'Z';
+        ASSERT_EQ(lower[i], static_cast<char>(all[i] + (is_capital ? 32 : 0)));
+    }
+    for (unsigned int i = 0; i < wide.length(); ++i) {
+        bool const is_small = wide[i] >= 'a' && wide[i] <= 'z';
+        ASSERT_EQ(upper[i], wide[i] - (is_small ? 32 : 0));
+    }
+    EXPECT_EQ(QX::uppercase(String("\xC3\xA0z")), "\xC3\xA0Z");
+    EXPECT_TRUE(
+        QX::lowercase(UniString(L"\xC0"
+                                L"B")) == L"\xC0"
+                                          L"b");
+}
+
+TEST(Convert, case_changes_work_in_the_argument_they_are_given) {
+    String text("ABC");
+    char const* const block = text.c_str();
+    String const lower = QX::lowercase(static_cast<String&&>(text));
+    EXPECT_EQ(lower.c_str(), block);
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+// parse_test.cpp - numbers read from strings, as rows.
+#include "qx/text/parse.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "qx/text/convert.h"
+
+namespace {
+
+using QX::String;
+using QX::UniString;
+
+template <typename T>
+struct Row {
+    char const* text;
+    bool ok;
+    T value;
+};
+
+template <typename T, typename Text, typename... Radix>
+void check(Text const& text, Row<T> const& row, Radix... radix) {
+    T value = 77;
+    EXPECT_EQ(text.parse(value, radix...), row.ok) << row.text;
+    EXPECT_EQ(value, row.value) << row.text;
+}
+
+UniString wide(char const* text) {
+    return QX::must_fix_string_widen(text);
+}
+
+TEST(Parse, reads_signed_numbers_as_told) {
+    constexpr Row<int> rows[] = {
+        {"", true, 0},
+        {"-", true, 0},
+        {"-5", true, -5},
+        {"+5", false, 0},
+        {"12a", false, 12},
+        {"-12a", false, -12},
+        {" 1", false, 0},
+        {"1 ", false, 1},
+        {"--1", false, 0},
+        {"007", true, 7},
+        {"2147483648", true, int(0x80000000)},
+        {"4294967297", true, 1},
+    };
+    for (auto const& row : rows) {
+        check(String(row.text), row);
+        check(wide(row.text), row);
+    }
+    check(wide("-9223372036854775809"), Row<long long>{"wraps", true, 0x7FFFFFFFFFFFFFFF});
+    check(wide("-12x"), Row<long long>{"-12x", false, -12});
+}
+
+TEST(Parse, reads_unsigned_numbers_as_told) {
+    constexpr Row<unsigned int> rows[] = {
+        {"", true, 0},           {"-5", false, 0}, {"4294967295", true, 0xFFFFFFFF},
+        {"4294967296", true, 0}, {"9.", false, 9},
+    };
+    for (auto const& row : rows) {
+        check(String(row.text), row);
+        check(wide(row.text), row);
+    }
+    Row<unsigned long long> const longest{"18446744073709551616", true, 0};
+    check(String(longest.text), longest);
+    check(wide(longest.text), longest);
+}
+
+TEST(Parse, measures_by_length_and_not_by_the_terminator) {
+    check(String("1\0", 2), Row<int>{"1 and a terminator", false, 1});
+    check(String("1.\0", 3), Row<float>{"1. and a terminator", false, 1.0f});
+}
+
+TEST(Parse, lets_capitals_through_further_than_small_letters) {
+    constexpr Row<unsigned int> rows[] = {
+        {"", true, 0},   {"FF", true, 255}, {"ff", true, 255},    {"G", true, 16},
+        {"_", true, 40}, {"`", false, 0},   {"g", false, 0},      {"1g", false, 16},
+        {"@", false, 0}, {"-1", false, 0},  {"1\xE9", false, 16}, {"123456789", true, 0x23456789},
+    };
+    for (auto const& row : rows) check(String(row.text), row, static_cast<unsigned short>(16));
+    check(wide("1_g"), Row<unsigned int>{"1_g", false, 0x380}, static_cast<unsigned short>(16));
+    check(String("9"), Row<unsigned int>{"9", true, 9}, static_cast<unsigned short>(2));
+}
+
+TEST(Parse, wraps_in_the_width_of_the_value) {
+    auto const radix = static_cast<unsigned short>(16);
+    check(String("1FF"), Row<unsigned char>{"1FF", true, 0xFF}, radix);
+    check(String("12345"), Row<unsigned short>{"12345", true, 0x2345}, radix);
+    check(
+        String("123456789ABCDEF01"), Row<unsigned long long>{"", true, 0x23456789ABCDEF01}, radix);
+}
+
+TEST(Parse, narrow_floats_need_a_point_and_know_no_exponent) {
+    constexpr Row<float> rows[] = {
+        {"", false, 0},     {"5", false, 5},       {"5.", true, 5},
+        {".5", true, 0.5f}, {".", true, 0},        {"-", false, 0},
+        {"-5", false, -5},  {"-2.5", true, -2.5f}, {"1.0e3", false, 1},
+        {"+1.", false, 0},  {"1.5x", false, 1.5f}, {"16777217.", true, 16777216},
+    };
+    for (auto const& row : rows) check(String(row.text), row);
+}
+
+TEST(Parse, wide_floats_need_no_point_and_know_exponents) {
+    constexpr Row<float> rows[] = {
+        {"", true, 0},          {"5", true, 5},      {"-", true, 0},
+        {"-2.5", true, -2.5f},  {"1e3", true, 1000}, {"1E3", true, 1000},
+        {"1.5e1", true, 15},    {"1e+3", false, 1},  {"1e", true, 1},
+        {"-1e2x", false, -100}, {"e2", true, 0},     {"1e-2", true, 1.0f * 0.1f * 0.1f},
+    };
+    for (auto const& row : rows) check(wide(row.text), row);
+}
+
+TEST(Parse, huge_exponents_end_at_once) {
+    float value;
+    EXPECT_TRUE(wide("1e4000000000").parse(value));
+    EXPECT_EQ(value, std::numeric_limits<float>::infinity());
+    EXPECT_TRUE(wide("1e-4000000000").parse(value));
+    EXPECT_EQ(value, 0.0f);
+}
+
+}  // namespace
