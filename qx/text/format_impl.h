@@ -57,11 +57,13 @@ Number parse_digits(FormatReader<Unit>& reader) {
 template <typename Width, typename Precision, typename Unit>
 QX_ALWAYS_INLINE Conversion<Unit> parse_conversion(FormatReader<Unit>& reader) {
     Conversion<Unit> parsed;
-    parsed.left_justify = reader.take('-');
-    parsed.sign = reader.take('+') ? '+' : reader.take(' ') ? ' ' : '\0';
-    parsed.pad = reader.take('0') ? '0' : ' ';
-    parsed.width = parse_digits<Width>(reader);
-    if (reader.take('.')) parsed.precision = parse_digits<Precision>(reader);
+    if (reader.peek() <= '9') {
+        parsed.left_justify = reader.take('-');
+        parsed.sign = reader.take('+') ? '+' : reader.take(' ') ? ' ' : '\0';
+        parsed.pad = reader.take('0') ? '0' : ' ';
+        parsed.width = parse_digits<Width>(reader);
+        if (reader.take('.')) parsed.precision = parse_digits<Precision>(reader);
+    }
     parsed.letter = reader.peek();
     ++reader.position;
     return parsed;
