@@ -1,0 +1,178 @@
+// arena_impl.h - the arena's operations, for the rooms of this folder. Each holds the lock for the
+// whole of its work. None throws; null is exhaustion.
+#pragma once
+
+#include "qx/memory/arena_bins_impl.h"
+
+namespace QX::arena {
+
+// A block of at least `request` bytes, aligned to 16; of 0 bytes too. Null from request_limit on.
+void* allocate(Size request);
+
+// Grows or shrinks in place where it can, else moves. Null leaves the old block valid. A null
+// block allocates.
+void* reallocate(void const* block, Size request);
+
+// Does nothing with null, and with a pointer that is below the arena or whose head says that it is
+// not in use.
+void release(void const* block);
+
+// Reads every free chunk, the victim and the top, and reports nothing.
+void touch_free_chunks();
+
+// --- With the lock held --------------------------------------------------------------------------
+
+// Serves from a larger bin, the trees, the victim, the top or the system, in this order.
+void* allocate_small_slowly(State& s, Size need);
+void* allocate_large(State& s, Size request);
+
+void* allocate_from_system(State& s, Size need);
+void release_direct(State& s, Chunk* chunk);
+Chunk* resize_direct(Chunk* chunk, Size need);
+void trim_top(State& s);
+void release_empty_segments(State& s);
+bool is_valid(State& s);
+
+void initialise_parameters();
+
+inline void ensure_parameters() {
+    if (parameters.magic.load(std::memory_order_acquire) == 0) initialise_parameters();
+}
+
+// --- The way that most requests go ---------------------------------------------------------------
+
+inline void* carve_top(State& s, Size need) {
+    Chunk* const chunk = s.top;
+    Chunk* const rest = chunk_at(chunk, need);
+    s.top_size -= need;
+    s.top = rest;
+    rest->head = s.top_size | previous_in_use;
+    mark_in_use_alone(chunk, need);
+    return payload(chunk);
+}
+
+inline void* carve_victim(State& s, Size need) {
+    Chunk* const chunk = s.victim;
+    Size const rest_size = s.victim_size - need;
+    if (rest_size >= smallest_chunk) {
+        Chunk* const rest = chunk_at(chunk, need);
+        set_victim(s, rest, rest_size);
+        mark_free_alone(rest, rest_size);
+        mark_in_use_alone(chunk, need);
+    } else {
+        Size const whole = s.victim_size;
+        set_victim(s, nullptr, 0);
+        mark_in_use(chunk, whole);
+    }
+    return payload(chunk);
+}
+
+inline void* take_exact(State& s, unsigned int bin) {
+    Chunk* const chunk = take_first_small(s, bin);
+    mark_in_use(chunk, small_bin_size(bin));
+    return payload(chunk);
+}
+
+QX_ALWAYS_INLINE void* allocate_small(State& s, Size need) {
+    unsigned int const bin = small_bin_of(need);
+    if (s.small_map >> bin & 1) return take_exact(s, bin);
+    if (need <= s.victim_size) return carve_victim(s, need);
+    if ((s.small_map >> bin | s.tree_map) == 0 && need < s.top_size) return carve_top(s, need);
+    return allocate_small_slowly(s, need);
+}
+
+inline void join_top(State& s, Chunk* chunk, Size size) {
+    s.top_size += size;
+    s.top = chunk;
+    chunk->head = s.top_size | previous_in_use;
+    if (chunk == s.victim) set_victim(s, nullptr, 0);
+    if (QX_UNLIKELY(s.top_size > s.trim_check)) trim_top(s);
+}
+
+inline void join_victim(State& s, Chunk* chunk, Size size) {
+    set_victim(s, chunk, s.victim_size + size);
+    mark_free_alone(chunk, s.victim_size);
+}
+
+inline void file_free_chunk(State& s, Chunk* chunk, Size size) {
+    if (is_small(size)) return insert_small_chunk(s, chunk, size);
+    insert_tree_chunk(s, static_cast<TreeChunk*>(chunk), size);
+    if (QX_UNLIKELY(--s.release_checks == 0)) release_empty_segments(s);
+}
+
+// Joins `chunk`, `size` bytes that are no longer used, with what is free behind it, and files it.
+inline void settle(State& s, Chunk* chunk, Size size, Chunk* next) {
+    if (QX_UNLIKELY(chunk >= next || !has(next, previous_in_use))) return;
+    if (has(next, in_use)) {
+        mark_free(chunk, size, next);
+    } else if (next == s.top) {
+        return join_top(s, chunk, size);
+    } else if (next == s.victim) {
+        return join_victim(s, chunk, size);
+    } else {
+        Size const next_size = size_of(next);
+        unlink_chunk(s, next, next_size);
+        size += next_size;
+        mark_free_alone(chunk, size);
+        if (chunk == s.victim) {
+            s.victim_size = size;
+            return;
+        }
+    }
+    file_free_chunk(s, chunk, size);
+}
+
+// The chunk in front is free: joins it first. It may be the victim, which then grows.
+inline void settle_with_previous(State& s, Chunk* chunk, Size size, Chunk* next) {
+    Chunk* const previous = chunk_before(chunk, chunk->foot);
+    if (QX_UNLIKELY(!is_plausible(s, previous))) return;
+    size += chunk->foot;
+    if (previous != s.victim) {
+        unlink_chunk(s, previous, chunk->foot);
+    } else if (has(next, both_in_use)) {
+        s.victim_size = size;
+        return mark_free(previous, size, next);
+    }
+    settle(s, previous, size, next);
+}
+
+QX_ALWAYS_INLINE void release_chunk(State& s, Chunk* chunk) {
+    if (QX_UNLIKELY(!is_plausible(s, chunk) || !is_in_use(chunk))) return;
+    Size const size = size_of(chunk);
+    Chunk* const next = chunk_at(chunk, size);
+    if (has(chunk, previous_in_use)) return settle(s, chunk, size, next);
+    if (is_direct(chunk)) return release_direct(s, chunk);
+    settle_with_previous(s, chunk, size, next);
+}
+
+// The checks of a QX_CHECKS build: the whole arena, every so many operations.
+inline void check_now_and_then(State& s) {
+#if defined(QX_CHECKS)
+    constexpr unsigned int period = 4096;
+    static unsigned int operations;
+    if (++operations % period == 0) QX_CHECK(is_valid(s));
+#else
+    static_cast<void>(s);
+#endif
+}
+
+QX_ALWAYS_INLINE void* allocate_inline(Size request) {
+    State& s = state;
+    s.lock.acquire();
+    void* const block = QX_LIKELY(request <= largest_small_request)
+                            ? allocate_small(s, padded(request))
+                            : allocate_large(s, request);
+    check_now_and_then(s);
+    s.lock.release();
+    return block;
+}
+
+QX_ALWAYS_INLINE void release_inline(void const* block) {
+    State& s = state;
+    s.lock.acquire();
+    release_chunk(s, chunk_of(block));
+    check_now_and_then(s);
+    s.lock.release();
+}
+
+}  // namespace QX::arena

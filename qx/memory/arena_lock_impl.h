@@ -1,0 +1,37 @@
+// arena_lock_impl.h - the spin lock of the arena and of its parameters.
+#pragma once
+
+#include <atomic>
+
+#include "qx/base/compiler.h"
+
+namespace QX::arena {
+
+class SpinLock {
+public:
+    void acquire() {
+        if (QX_UNLIKELY(word_.exchange(1, std::memory_order_acquire) != 0)) wait();
+    }
+
+    void release() { word_.exchange(0, std::memory_order_release); }
+
+private:
+    // Yields the processor at every 10000th failed attempt.
+    QX_NOINLINE void wait();
+
+    std::atomic<unsigned int> word_ = 0;
+};
+
+class LockScope {
+public:
+    explicit LockScope(SpinLock& lock) : lock_(lock) { lock_.acquire(); }
+    ~LockScope() { lock_.release(); }
+
+    LockScope(LockScope const&) = delete;
+    LockScope& operator=(LockScope const&) = delete;
+
+private:
+    SpinLock& lock_;
+};
+
+}  // namespace QX::arena
