@@ -7,8 +7,7 @@
 
 namespace QX::arena {
 
-// Before the first mapping no address is plausible.
-constinit State state = {.least_address = UINTPTR_MAX};
+constinit State state = {};
 
 void SpinLock::wait() {
     constexpr unsigned int attempts_a_yield = 10000;

@@ -67,7 +67,7 @@ struct State {
     unsigned int tree_map;
     Size victim_size;
     Size top_size;
-    std::uintptr_t least_address;  // of all mappings ever made
+    std::uintptr_t least_address = UINTPTR_MAX;  // of all mappings ever made; none yet
     Chunk* victim;
     Chunk* top;  // null until the first segment is there
     Size trim_check;

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "qx/memory/arena.h"
+
 namespace test {
 
 namespace {
@@ -29,7 +31,8 @@ unsigned long count_threads() {
 }
 
 bool grew(Holdings const& before, Holdings const& now) {
-    return now.handles > before.handles || now.threads > before.threads;
+    return now.handles > before.handles || now.threads > before.threads ||
+           now.blocks > before.blocks;
 }
 
 }  // namespace
@@ -40,6 +43,7 @@ Holdings current_holdings() {
     GetProcessHandleCount(GetCurrentProcess(), &handles);
     holdings.handles = handles;
     holdings.threads = count_threads();
+    holdings.blocks = QX::arena::statistics().blocks_in_use;
     return holdings;
 }
 
@@ -68,6 +72,8 @@ void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
     }
     EXPECT_LE(now.handles, before_.handles) << "handles left by the case";
     EXPECT_LE(now.threads, before_.threads) << "threads left by the case";
+    EXPECT_LE(now.blocks, before_.blocks) << "blocks left by the case";
+    EXPECT_TRUE(QX::arena::validate()) << "the arena is damaged";
 }
 
 }  // namespace test

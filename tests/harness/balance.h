@@ -14,6 +14,7 @@ namespace test {
 struct Holdings {
     unsigned long handles = 0;
     unsigned long threads = 0;
+    unsigned long long blocks = 0;  // of the arena
 };
 
 Holdings current_holdings();
