@@ -60,10 +60,13 @@ void BalanceListener::OnTestStart(testing::TestInfo const&) {
     before_ = current_holdings();
 }
 
-void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
+bool BalanceListener::is_excused(testing::TestInfo const& info) const {
     std::string const suite = info.test_suite_name();
-    if (lasting_.count(suite + ".*") || lasting_.count(suite + "." + info.name())) return;
-    if (info.result()->Failed()) return;
+    return lasting_.count(suite + ".*") || lasting_.count(suite + "." + info.name());
+}
+
+void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
+    if (is_excused(info) || info.result()->Failed()) return;
 
     Holdings now = current_holdings();
     for (int i = 0; i < settle_attempts && grew(before_, now); ++i) {

@@ -27,6 +27,8 @@ public:
     void OnTestEnd(testing::TestInfo const& info) override;
 
 private:
+    bool is_excused(testing::TestInfo const& info) const;
+
     std::set<std::string> lasting_;  // "Suite.Case" or "Suite.*"
     Holdings before_;
 };
