@@ -27,7 +27,7 @@ FLOORS = [
      "files/pack_index > files/pack_file", "files/compression",
      "tasks/fibre > tasks/scheduler > tasks/task > tasks/legacy_task",
      "images/pixel > images/pixel_copy > images/image > images/tga > images/resize",
-     "data/entities > data/xml > data/xml_writer data/xml_parser"],
+     "data/entities > data/xml > data/xml_parser > data/xml_writer"],
     ["app/application app/window_messages > app/window > app/timers > app/message_loop",
      "app/key_table > app/input", "app/debug_menu",
      "net/socket > net/mail net/web_fetch"],
