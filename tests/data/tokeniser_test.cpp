@@ -60,10 +60,12 @@ constexpr Row rows[] = {
     {"=>", "$[=]$[>]"},
     {"a/b/=c//d\ne", "w[a]$[/]w[b]$[/=]w[c]/[//d]n[\n]w[e]"},
     {"x/* a */ b\nc", "w[x]*[/* a */ b\nc]"},
-    {"0x 0XfG 1.5f1.5g 1. 1e5 2f -1", "h[0x]b[ ]h[0Xf]w[G]b[ ]f[1.5f]f[1.5]w[g]b[ ]f[1.]b[ ]i[1]w[e5]"
+    {"0x 0XfG 1.5f1.5g 1. 1e5 2f -1",
+     "h[0x]b[ ]h[0Xf]w[G]b[ ]f[1.5f]f[1.5]w[g]b[ ]f[1.]b[ ]i[1]w[e5]"
                                      "b[ ]i[2]w[f]b[ ]$[-]i[1]"},
     {"\"a\\\"b\" 'c' \"open", "s[\"a\\\"]w[b]s[\" 'c' \"]w[open]"},
-    {"\"a\\\"b\" 'c' \"open", "s[\"a\\\"b\"]b[ ]$[']w[c]$[']b[ ]s[\"open]", QX::TPO_BACKSLASH_ESCAPES},
+    {"\"a\\\"b\" 'c' \"open",
+     "s[\"a\\\"b\"]b[ ]$[']w[c]$[']b[ ]s[\"open]", QX::TPO_BACKSLASH_ESCAPES},
     {"'a\"b''c", "s['a\"b']s['c]", QX::TPO_SINGLE_QUOTE_STRINGS | QX::TPO_QUOTED_CHARS},
     {"'a''\\n''ab'", "q['a']q['\\n']$[']w[ab]$[']", QX::TPO_QUOTED_CHARS},
     {"'''x'\\'y", "q[''']w[x]q['\\'y]", QX::TPO_QUOTED_CHARS},
