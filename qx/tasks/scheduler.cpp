@@ -1,0 +1,189 @@
+// scheduler.cpp - start and end, and what tasks ask about themselves.
+#include "qx/tasks/scheduler.h"
+
+#include "qx/tasks/scheduler_impl.h"
+
+#include <algorithm>
+#include <new>
+
+namespace task {
+
+using namespace detail;
+
+namespace detail {
+
+Scheduler* scheduler = nullptr;
+long (*exceptions_filter)(_EXCEPTION_POINTERS*) = nullptr;
+
+namespace {
+
+constexpr unsigned int worker_stack_size = 10000;
+constexpr unsigned int fibre_bit = 0x80000000;
+
+template <typename T>
+T* make_array(unsigned int count) {
+    auto* const items =
+        static_cast<T*>(QX::malloc_aligned(count * sizeof(T), cache_line, QX::HEAP_GENERAL));
+    for (unsigned int i = 0; i < count; ++i) new (items + i) T{};
+    return items;
+}
+
+// Blocks that malloc_aligned gave have the block to free in the word before them.
+void free_array(void* items) {
+    QX::custom_free(static_cast<void**>(items)[-1]);
+}
+
+unsigned int choose_worker_count(unsigned int asked) {
+    Processors const processors = count_processors();
+    unsigned int count = asked;
+    if (count == 0 && processors.cores < processors.logical)
+        count = processors.cores - 1;
+    else if (count == 0) {
+        count = 3 * processors.logical / 4;
+        if (count != 0) --count;
+    }
+    return std::max(1u, std::min(count, processors.logical - 1));
+}
+
+// These fibres are numbered by the task records, and get their context when they are first used.
+void make_records_in_advance(Scheduler& in, unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i) {
+        push_list(in.free_task_records, make_task_record());
+        ++in.task_record_count;
+        push_list(in.free_fibres, make_fibre_record(in.task_record_count++));
+        ++in.fibre_count;
+    }
+}
+
+void start_worker(Scheduler& in, unsigned int worker) {
+    auto* const start =
+        static_cast<WorkerStart*>(QX::custom_malloc(sizeof(WorkerStart), QX::HEAP_GENERAL));
+    *start = {&in, worker};
+    unsigned int const id = QX::run_in_native_thread(
+        worker_stack_size, -1, QX::ThreadPriority::normal, run_worker, start,
+        &in.worker_threads[worker], nullptr);
+    if (id == 0) QX::custom_free(start);
+}
+
+void stop_workers(Scheduler& in) {
+    lock_all_queues();
+    __atomic_store_n(&in.running, false, __ATOMIC_RELAXED);
+    unlock_all_queues();
+    lock_wake_mutex(in);
+    wake_all(in);
+    unlock_wake_mutex(in);
+    for (unsigned int i = 0; i < in.worker_count; ++i) {
+        if (in.worker_threads[i].handle() != nullptr) QX::wait_for_thread(in.worker_threads[i]);
+    }
+}
+
+template <typename Node>
+void free_list(Node*& head) {
+    while (Node* const node = pop_list(head)) QX::custom_free(node);
+}
+
+void free_scheduler(Scheduler& in) {
+    free_list(in.free_task_records);
+    free_list(in.free_fibres);
+    for (unsigned int i = 0; i < in.worker_count; ++i) in.worker_threads[i].store(nullptr);
+    free_array(in.worker_threads);
+    free_array(in.queues);
+    scheduler = nullptr;
+    free_array(&in);
+}
+
+}  // namespace
+
+bool in_fiberful_task() {
+    Task const* const current = this_thread().current_task;
+    return current != nullptr && current->fibre != nullptr;
+}
+
+void spawn_back(
+    FiberMode mode, ThreadMask mask, Priority priority, FunctionTypeInfo const& type,
+    void* callable) {
+    Task* const task = make_task(mode, mask, priority, type, callable);
+    push_back(task, task, 1);
+}
+
+void do_execute_in_thread_context(FunctionTypeInfo const& type, void* callable) {
+    send_to_thread({MessageKind::run_on_thread, const_cast<FunctionTypeInfo*>(&type), callable});
+}
+
+}  // namespace detail
+
+unsigned int initialize(
+    QX::THREAD_MANAGER_INTERFACE* manager, unsigned int worker_threads, unsigned int pre_created) {
+    if (scheduler != nullptr) return 0;
+    auto* const made = make_array<Scheduler>(1);
+    made->manager = manager;
+    made->running = true;
+    this_thread().thread_id = main_thread;
+    make_records_in_advance(*made, pre_created);
+    made->worker_count = choose_worker_count(worker_threads);
+    made->queues = make_array<TaskQueue>(made->queue_count());
+    made->worker_threads = make_array<QX::Thread>(made->worker_count);
+    scheduler = made;
+    for (unsigned int i = 0; i < made->worker_count; ++i) start_worker(*made, i);
+    return made->worker_count;
+}
+
+void terminate() {
+    if (scheduler == nullptr) return;
+    stop_workers(*scheduler);
+    free_scheduler(*scheduler);
+}
+
+void run_main_thread_tasks() {
+    if (scheduler == nullptr || this_thread().thread_id != main_thread) return;
+    TaskQueue& queue = scheduler->queues[main_queue];
+    queue.acquire();
+    Task* task = queue.take_all();
+    queue.release();
+    while (task != nullptr) {
+        Task* const next = task->next_task();
+        task->next = nullptr;
+        run(task);
+        task = next;
+    }
+}
+
+namespace query {
+
+bool is_initialized() {
+    return scheduler != nullptr;
+}
+
+unsigned int number_of_worker_threads() {
+    return scheduler != nullptr ? scheduler->worker_count : 0;
+}
+
+}  // namespace query
+
+namespace this_task {
+
+unsigned int id() {
+    return in_fiberful_task() ? this_thread().current_task->fibre->id | fibre_bit : 0;
+}
+
+void yield() {
+    if (in_fiberful_task()) send_to_thread({MessageKind::requeue, nullptr, nullptr});
+}
+
+}  // namespace this_task
+
+namespace interop {
+
+void set_exceptions_filter(long (*filter)(_EXCEPTION_POINTERS* pointers)) {
+    __atomic_store_n(&exceptions_filter, filter, __ATOMIC_SEQ_CST);
+}
+
+void set_thread_wait_callback(void (*callback)(void* argument), void* argument) {
+    ThreadState& thread = this_thread();
+    thread.wait_callback = callback;
+    thread.wait_callback_argument = argument;
+}
+
+}  // namespace interop
+
+}  // namespace task

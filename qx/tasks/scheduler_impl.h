@@ -1,0 +1,266 @@
+// scheduler_impl.h - the scheduler's records, queues and locks. docs/scheduler.md tells how they
+// work together.
+#pragma once
+
+#include "qx/base/compiler.h"
+#include "qx/memory/heap.h"
+#include "qx/tasks/fibre_impl.h"
+#include "qx/tasks/scheduler.h"
+#include "qx/tasks/thread.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace task::detail {
+
+constexpr unsigned int fibre_stack_size = 1 << 20;
+constexpr unsigned int cache_line = 64;
+
+// --- Spinning ------------------------------------------------------------------------------------
+
+// Gives the processor to another thread that is ready, if there is one.
+void give_way();
+
+// Waits a little, longer by turns: a lock's owner may have been taken off its processor.
+class Spin {
+public:
+    void pause() {
+        __builtin_ia32_pause();
+        if (++rounds_ % rounds_before_giving_way == 0) give_way();
+    }
+
+private:
+    static constexpr unsigned int rounds_before_giving_way = 1024;
+    unsigned int rounds_ = 0;
+};
+
+// --- Records -------------------------------------------------------------------------------------
+
+enum WaiterKind : unsigned int { waiter_is_task = 0, waiter_is_thread = 1 };
+
+// What stands first in everything that can wait for a counter.
+struct WaitLink {
+    WaitLink* next;
+    unsigned int waiter_kind;
+};
+
+struct Fibre;
+
+// A task, in a record that is used again. `next` links it into a queue, a free list or the waiters
+// of a counter.
+struct Task : WaitLink {
+    ThreadMask thread_mask;
+    Priority priority;
+    Fibre* fibre;  // null: none wanted; wants_fibre(); else its own
+    void (*invoke)(void*);
+    void (*destroy)(void*);
+    alignas(closure_alignment) unsigned char closure[closure_size];
+
+    Task* next_task() const { return static_cast<Task*>(next); }
+};
+static_assert(sizeof(Task) == 560);
+
+// A stack behind its header. Once made it is used for task after task, and never unwound.
+struct Fibre {
+    unsigned int id;
+    Fibre* next;    // in the list of idle fibres
+    void* context;  // while suspended; null: never entered
+    unsigned char stack[fibre_stack_size];
+};
+static_assert(sizeof(Fibre) == 1048600);
+
+inline Fibre* wants_fibre() {
+    return reinterpret_cast<Fibre*>(~std::uintptr_t{0});
+}
+
+// A thread that waits outside fibreful tasks. On its stack.
+struct ThreadWaiter : WaitLink {
+    unsigned int pending;  // bit 0 while waiting
+};
+
+// What a fibre asks of the thread that carries it. On the fibre's stack.
+enum class MessageKind : unsigned int { finished, parked, run_on_thread, requeue };
+
+struct FibreMessage {
+    MessageKind kind;
+    void* first;   // parked: the counter; run_on_thread: the type
+    void* second;  // run_on_thread: the callable
+};
+
+// --- Lists whose head is their lock --------------------------------------------------------------
+
+template <typename Node>
+Node* locked_mark() {
+    return reinterpret_cast<Node*>(~std::uintptr_t{0});
+}
+
+// Takes the whole list, which is locked until it is put back.
+template <typename Node>
+Node* lock_list(Node*& head) {
+    for (Spin spin;;) {
+        Node* const list = __atomic_exchange_n(&head, locked_mark<Node>(), __ATOMIC_SEQ_CST);
+        if (QX_LIKELY(list != locked_mark<Node>())) return list;
+        while (__atomic_load_n(&head, __ATOMIC_RELAXED) == locked_mark<Node>()) spin.pause();
+    }
+}
+
+template <typename Node>
+void unlock_list(Node*& head, Node* list) {
+    __atomic_store_n(&head, list, __ATOMIC_RELEASE);
+}
+
+// Last in, first out.
+template <typename Node>
+Node* pop_list(Node*& head) {
+    Node* const node = lock_list(head);
+    unlock_list(head, node != nullptr ? static_cast<Node*>(node->next) : nullptr);
+    if (node != nullptr) node->next = nullptr;
+    return node;
+}
+
+template <typename Node>
+void push_list(Node*& head, Node* node) {
+    node->next = lock_list(head);
+    unlock_list(head, node);
+}
+
+// --- The scheduler -------------------------------------------------------------------------------
+
+struct alignas(cache_line) TaskQueue {
+    unsigned int lock;  // bit 0
+    Task* first;
+    Task* last;
+
+    bool try_lock() { return __atomic_exchange_n(&lock, 1u, __ATOMIC_SEQ_CST) == 0; }
+
+    void acquire() {
+        for (Spin spin; !try_lock();) {
+            while (__atomic_load_n(&lock, __ATOMIC_RELAXED) != 0) spin.pause();
+        }
+    }
+
+    void release() { __atomic_store_n(&lock, 0u, __ATOMIC_RELEASE); }
+
+    // Without the lock: what was so a moment ago.
+    bool looks_empty() const { return __atomic_load_n(&first, __ATOMIC_RELAXED) == nullptr; }
+
+    // The rest needs the lock.
+    void append(Task* chain_first, Task* chain_last);
+    void prepend(Task* chain_first, Task* chain_last);
+    Task* take_first();
+    Task* take_all();
+};
+
+constexpr unsigned int urgent_queue = 0;
+constexpr unsigned int shared_queue = 1;
+constexpr unsigned int main_queue = 2;
+constexpr unsigned int first_worker_queue = 3;
+
+struct Scheduler {
+    QX::THREAD_MANAGER_INTERFACE* manager;
+    void* wake_condition;  // the system's, as is the mutex: see scheduler_platform.cpp
+    void* wake_mutex;
+    bool running;
+    QX::Thread* worker_threads;
+    unsigned int worker_count;
+    TaskQueue* queues;  // worker_count + 3
+
+    // Each line of its own: written by all, or read by all and seldom written.
+    alignas(cache_line) unsigned int sleeping_workers;  // written under all queue locks
+    unsigned int urgent_count;                          // written under the lock of queue 0
+    alignas(cache_line) unsigned int task_record_count;
+    Task* free_task_records;
+    alignas(cache_line) unsigned int fibre_count;
+    Fibre* free_fibres;
+    alignas(cache_line) unsigned int round_robin;
+
+    unsigned int queue_count() const { return worker_count + first_worker_queue; }
+    bool is_running() const { return __atomic_load_n(&running, __ATOMIC_RELAXED); }
+};
+
+// The one of the process; null while not initialised.
+extern Scheduler* scheduler;
+
+// The application's; null for none.
+extern long (*exceptions_filter)(_EXCEPTION_POINTERS*);
+
+// --- Threads -------------------------------------------------------------------------------------
+
+constexpr int unknown_thread = -1;
+constexpr int main_thread = 0;
+
+// A thread's own record. Whoever may have been switched to another thread has to ask for it again.
+struct ThreadState {
+    int thread_id;         // -1 unknown to the scheduler, 0 the main thread, n worker n - 1
+    Task* current_task;    // the fibreful one that runs now
+    void* thread_context;  // where its fibre switches back to
+    HandledExceptions* handled;
+    void (*wait_callback)(void*);
+    void* wait_callback_argument;
+};
+
+// Where the records' slot lies in the thread block; 0 while there is none, or none within reach.
+extern unsigned int thread_state_offset;
+
+ThreadState& find_thread_state();
+
+// Read through the segment register at every call: never kept over a switch by the compiler.
+QX_ALWAYS_INLINE ThreadState& this_thread() {
+    if (QX_LIKELY(thread_state_offset != 0)) {
+        ThreadState* state;
+        asm volatile("movq %%gs:(%1), %0"
+                     : "=r"(state)
+                     : "r"(static_cast<std::uint64_t>(thread_state_offset)));
+        if (QX_LIKELY(state != nullptr)) return *state;
+    }
+    return find_thread_state();
+}
+
+// --- What the sources share ----------------------------------------------------------------------
+
+void push_back(Task* first, Task* last, unsigned int count);
+void push_front(Task* task);
+
+// The next task for the calling thread, or null.
+Task* pop();
+
+// Runs a task until it has finished, waits or yields.
+void run(Task* task);
+
+// A record with everything set but its place in a queue.
+Task* make_task(
+    FiberMode mode, ThreadMask mask, Priority priority, FunctionTypeInfo const& type,
+    void* callable);
+Task* take_task_record();
+Task* make_task_record();
+void fill_in(Task* task, FiberMode mode, ThreadMask mask, Priority priority);
+Fibre* make_fibre_record(unsigned int id);
+
+// From the running fibre to its thread; returns when the fibre is resumed.
+void send_to_thread(FibreMessage message);
+
+// A worker's whole life. The start record is freed here.
+struct WorkerStart {
+    Scheduler* scheduler;
+    unsigned int worker;
+};
+unsigned int run_worker(void* start_record);
+
+void lock_all_queues();
+void unlock_all_queues();
+
+// The system half.
+void wait_for_wake(Scheduler& on);  // holding the wake mutex, which is held again afterwards
+void lock_wake_mutex(Scheduler& on);
+void unlock_wake_mutex(Scheduler& on);
+void wake_all(Scheduler& on);
+
+void name_worker(unsigned int worker);  // the calling thread, for debuggers
+
+struct Processors {
+    unsigned int logical;
+    unsigned int cores;
+};
+Processors count_processors();
+
+}  // namespace task::detail

@@ -1,0 +1,244 @@
+// What becomes of a task: its record, its fibre, its run, and the workers that run it.
+#include "qx/tasks/fibre.h"
+#include "qx/tasks/guard_impl.h"
+#include "qx/tasks/scheduler_impl.h"
+
+namespace task::detail {
+
+namespace {
+
+constexpr unsigned int rounds_before_sleep = 2000;
+
+void recycle(Task* task) {
+    push_list<Task>(scheduler->free_task_records, task);
+}
+
+void clear_callable(Task& task) {
+    task.invoke = nullptr;
+    task.destroy = nullptr;
+}
+
+// --- On the fibre --------------------------------------------------------------------------------
+
+void invoke_and_destroy(void* argument) {
+    Task& task = *static_cast<Task*>(argument);
+    task.invoke(task.closure);
+    task.destroy(task.closure);
+}
+
+long put_to_filter(_EXCEPTION_POINTERS* pointers) {
+    auto const filter = __atomic_load_n(&exceptions_filter, __ATOMIC_RELAXED);
+    return filter != nullptr ? filter(pointers) : QX::continue_search;
+}
+
+// The first frame of each fibre: task after task, each handed over by the switch.
+void run_tasks_on_fibre(void* task) {
+    for (;;) {
+        Task& running = *static_cast<Task*>(task);
+        qx_guarded_call(invoke_and_destroy, &running, put_to_filter);
+        clear_callable(running);
+        FibreMessage message = {MessageKind::finished, nullptr, nullptr};
+        task =
+            switch_to_fiber(&running.fibre->context, this_thread().thread_context, &message, true);
+    }
+}
+
+// --- On the thread -------------------------------------------------------------------------------
+
+void make_context(Fibre& fibre) {
+    fibre.context = make_fiber(&fibre + 1, fibre_stack_size, run_tasks_on_fibre);
+}
+
+Fibre* take_fibre() {
+    Fibre* fibre = pop_list(scheduler->free_fibres);
+    if (fibre == nullptr) {
+        fibre =
+            make_fibre_record(__atomic_fetch_add(&scheduler->fibre_count, 1u, __ATOMIC_SEQ_CST));
+    }
+    if (fibre->context == nullptr) make_context(*fibre);
+    return fibre;
+}
+
+// Switches to the task's fibre until it sends something. What the thread was about is kept aside,
+// since a task may itself run others.
+FibreMessage const& enter_fibre(Task& task) {
+    ThreadState& thread = this_thread();
+    Task* const outer_task = thread.current_task;
+    void* const outer_context = thread.thread_context;
+    HandledExceptions const handled = *thread.handled;
+    *thread.handled = {};
+    thread.current_task = &task;
+    void* const message = switch_to_fiber(&thread.thread_context, task.fibre->context, &task, true);
+    thread.current_task = outer_task;
+    thread.thread_context = outer_context;
+    *thread.handled = handled;
+    return *static_cast<FibreMessage*>(message);
+}
+
+void finish_fibreful(Task* task) {
+    push_list(scheduler->free_fibres, task->fibre);
+    task->fibre = nullptr;
+    recycle(task);
+}
+
+void run_fibreful(Task* task) {
+    if (task->fibre == wants_fibre()) task->fibre = take_fibre();
+    for (;;) {
+        FibreMessage const& message = enter_fibre(*task);
+        switch (message.kind) {
+        case MessageKind::finished: return finish_fibreful(task);
+        case MessageKind::parked:
+            // From here on the task may run elsewhere.
+            return static_cast<Counter*>(message.first)->internal_decrement();
+        case MessageKind::requeue: return push_back(task, task, 1);
+        case MessageKind::run_on_thread:
+            static_cast<FunctionTypeInfo*>(message.first)->invoke(message.second);
+            break;
+        }
+    }
+}
+
+void run_fibreless(Task* task) {
+    task->invoke(task->closure);
+    task->destroy(task->closure);
+    clear_callable(*task);
+    recycle(task);
+}
+
+// --- Workers -------------------------------------------------------------------------------------
+
+// Locks all queues, each at the first attempt, as long as they are empty. False if one was not.
+bool lock_all_empty_queues(Scheduler& in) {
+    for (unsigned int i = 0; i < in.queue_count(); ++i) {
+        TaskQueue& queue = in.queues[i];
+        bool const taken = !queue.try_lock();
+        if (!taken && queue.first == nullptr) continue;
+        if (!taken) queue.release();
+        while (i-- > 0) in.queues[i].release();
+        return false;
+    }
+    return true;
+}
+
+// With all queues closed nothing can be pushed between the look at them and the sleep; a pusher who
+// comes after sees the sleeper, and cannot wake before the sleeper waits.
+void sleep_if_idle(Scheduler& in) {
+    if (!lock_all_empty_queues(in)) return give_way();
+    if (!in.is_running()) return unlock_all_queues();
+    __atomic_store_n(&in.sleeping_workers, in.sleeping_workers + 1, __ATOMIC_RELAXED);
+    lock_wake_mutex(in);
+    unlock_all_queues();
+    wait_for_wake(in);
+    unlock_wake_mutex(in);
+    lock_all_queues();
+    __atomic_store_n(&in.sleeping_workers, in.sleeping_workers - 1, __ATOMIC_RELAXED);
+    unlock_all_queues();
+}
+
+// Looks for work a little longer before it sleeps: waking costs far more.
+void work(Scheduler& in) {
+    unsigned int idle_rounds = 0;
+    while (in.is_running()) {
+        if (Task* const task = pop()) {
+            run(task);
+            idle_rounds = 0;
+        } else if (++idle_rounds < rounds_before_sleep) {
+            __builtin_ia32_pause();
+        } else {
+            sleep_if_idle(in);
+        }
+    }
+}
+
+// The application's manager is told of the end even where an exception leaves the worker.
+class Announcement {
+public:
+    Announcement(QX::THREAD_MANAGER_INTERFACE* manager, unsigned int worker) : manager_(manager) {
+        if (manager_ != nullptr) token_ = manager_->on_worker_start(worker);
+    }
+    ~Announcement() {
+        if (manager_ != nullptr) manager_->on_worker_end(token_);
+    }
+    Announcement(Announcement const&) = delete;
+    Announcement& operator=(Announcement const&) = delete;
+
+private:
+    QX::THREAD_MANAGER_INTERFACE* manager_;
+    unsigned int token_ = 0;
+};
+
+}  // namespace
+
+unsigned int run_worker(void* start_record) {
+    WorkerStart const start = *static_cast<WorkerStart*>(start_record);
+    QX::custom_free(start_record);
+    this_thread().thread_id = static_cast<int>(start.worker) + 1;
+
+    Announcement const announcement(start.scheduler->manager, start.worker);
+    name_worker(start.worker);
+    work(*start.scheduler);
+    return 0;
+}
+
+void run(Task* task) {
+    if (task->fibre == nullptr)
+        run_fibreless(task);
+    else
+        run_fibreful(task);
+}
+
+Task* make_task_record() {
+    auto* const task = static_cast<Task*>(QX::custom_malloc(sizeof(Task), QX::HEAP_GENERAL));
+    task->next = nullptr;
+    task->waiter_kind = waiter_is_task;
+    clear_callable(*task);
+    return task;
+}
+
+Fibre* make_fibre_record(unsigned int id) {
+    auto* const fibre = static_cast<Fibre*>(QX::custom_malloc(sizeof(Fibre), QX::HEAP_GENERAL));
+    fibre->id = id;
+    fibre->next = nullptr;
+    fibre->context = nullptr;
+    return fibre;
+}
+
+void fill_in(Task* task, FiberMode mode, ThreadMask mask, Priority priority) {
+    Task const* const current = this_thread().current_task;
+    bool const inherits = current != nullptr && current->priority == Priority::high;
+    task->thread_mask = mask;
+    task->priority = inherits ? Priority::high : priority;
+    task->fibre = mode == FiberMode::fiberful ? wants_fibre() : nullptr;
+}
+
+Task* take_task_record() {
+    if (Task* const task = pop_list<Task>(scheduler->free_task_records)) return task;
+    Task* const task = make_task_record();
+    __atomic_fetch_add(&scheduler->task_record_count, 1u, __ATOMIC_SEQ_CST);
+    return task;
+}
+
+Task* make_task(
+    FiberMode mode, ThreadMask mask, Priority priority, FunctionTypeInfo const& type,
+    void* callable) {
+    Task* const task = take_task_record();
+    fill_in(task, mode, mask, priority);
+    try {
+        type.construct(task->closure, callable);
+    } catch (...) {
+        recycle(task);
+        throw;
+    }
+    task->invoke = type.invoke;
+    task->destroy = type.destroy;
+    return task;
+}
+
+void send_to_thread(FibreMessage message) {
+    ThreadState const& thread = this_thread();
+    HandledExceptions const handled = *thread.handled;
+    switch_to_fiber(&thread.current_task->fibre->context, thread.thread_context, &message, true);
+    *this_thread().handled = handled;
+}
+
+}  // namespace task::detail
