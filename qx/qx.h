@@ -17,6 +17,8 @@
 #include "qx/files/file_streams.h"
 #include "qx/files/mapped_file.h"
 #include "qx/files/memory_streams.h"
+#include "qx/files/pack_file.h"
+#include "qx/files/pack_index.h"
 #include "qx/images/pixel.h"
 #include "qx/images/pixel_copy.h"
 #include "qx/memory/allocators.h"

@@ -84,6 +84,7 @@ bool AsyncIn::open(char const* name) {
 bool AsyncIn::close() {
     if (handle_ == INVALID_HANDLE_VALUE) return false;
     while (is_reading()) SleepEx(close_step_ms, TRUE);
+    if (handle_ == INVALID_HANDLE_VALUE) return false;  // the callback has closed it
     error_ = CloseHandle(handle_) ? 0 : GetLastError();
     handle_ = INVALID_HANDLE_VALUE;
     return error_ == 0;

@@ -66,7 +66,7 @@ LateCompletion::LateCompletion(unsigned int delay_ms) : stand_in_("ReadFileEx", 
 
 LateCompletion::~LateCompletion() {
     for (std::thread& deliverer : deliverers) deliverer.join();
-    deliverers.clear();
+    std::vector<std::thread>().swap(deliverers);
 }
 
 }  // namespace test

@@ -1,0 +1,196 @@
+#include "qx/files/pack_index.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/harness/guarded.h"
+#include "tests/harness/random.h"
+
+namespace {
+
+using QX::PackTable;
+
+struct Destroy {
+    void operator()(PackTable* table) const { PackTable::destroy(table); }
+};
+
+using Table = std::unique_ptr<PackTable, Destroy>;
+
+std::string bytes_of(unsigned short key, std::size_t first, std::size_t rest) {
+    std::string bytes(first + rest, 0);
+    QX::PackMask mask(key);
+    mask.apply(bytes.data(), first);
+    mask.apply(bytes.data() + first, rest);
+    return bytes;
+}
+
+TEST(PackMask, is_the_stream_that_is_written_down) {
+    EXPECT_EQ(bytes_of(1, 8, 0), "\x19\x46\x0C\x51\x3E\x55\x2E\xE0");
+    EXPECT_EQ(bytes_of(1234, 3, 5), "\xEA\x10\xC4\xAA\x46\xD4\xF1\x33");
+    EXPECT_EQ(bytes_of(0, 8, 0), std::string(8, 0));
+    EXPECT_EQ(bytes_of(65535, 1, 999), bytes_of(65535, 998, 2));
+}
+
+// The table by the letter: one slot after the other, one byte after the other.
+struct PlainSlot {
+    char const* name = nullptr;
+    unsigned int offset = 0, size = 0;
+};
+
+unsigned int plain_hash(char const* name) {
+    unsigned short sums[2] = {};
+    for (unsigned int i = 0; name[i]; ++i)
+        sums[i & 1] = static_cast<unsigned short>(sums[i & 1] + static_cast<signed char>(name[i]));
+    return static_cast<unsigned int>(sums[1]) << 16 | sums[0];
+}
+
+std::vector<PlainSlot> plain_table(
+    std::string const& names, std::vector<unsigned int> const& ends, unsigned int alignment,
+    unsigned int data_start) {
+    std::vector<PlainSlot> slots(2 * ends.size() + 1);
+    char const* name = names.c_str();
+    unsigned int position = data_start;
+    for (unsigned int const end : ends) {
+        unsigned int const start = (position + alignment - 1) & ~(alignment - 1);
+        std::size_t at = plain_hash(name) % slots.size();
+        while (slots[at].name && std::strcmp(slots[at].name, name) != 0)
+            at = (at + 1) % slots.size();
+        slots[at] = {name, start, end - start};
+        name += std::strlen(name) + 1;
+        position = end;
+    }
+    return slots;
+}
+
+struct Index {
+    QX::PackHeader header;
+    std::string names;
+    std::vector<unsigned int> ends;
+    unsigned long long file_size = 0;
+};
+
+Index random_index(test::Random& random, unsigned int count, unsigned int length_max) {
+    Index index;
+    index.header.count = count;
+    index.header.alignment = 1u << random.below(10);
+    unsigned int const letters = 2 + random.below(3);
+    for (unsigned int i = 0; i < count; ++i) {
+        for (unsigned int n = random.below(length_max + 1); n; --n)
+            index.names += "ab\xF0z"[random.below(letters)];
+        index.names += '\0';
+    }
+    index.header.name_size = static_cast<unsigned int>(index.names.size());
+    auto position = static_cast<unsigned int>(index.header.index_size());
+    for (unsigned int i = 0; i < count; ++i) {
+        position = static_cast<unsigned int>(
+            QX::pack_round_up(position, index.header.alignment) + random.below(3000));
+        index.ends.push_back(position);
+    }
+    index.file_size = position;
+    return index;
+}
+
+void expect_same_slots(Index const& index) {
+    Table const table(PackTable::create(index.header.count));
+    ASSERT_TRUE(table->fill(index.header, index.names.data(), index.ends.data(), index.file_size));
+    auto const plain = plain_table(
+        index.names, index.ends, index.header.alignment,
+        static_cast<unsigned int>(index.header.index_size()));
+    ASSERT_EQ(table->slot_count(), plain.size());
+    unsigned int used = 0;
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+        PackTable::Slot const& slot = table->begin()[i];
+        ASSERT_EQ(slot.name != nullptr, plain[i].name != nullptr) << i;
+        if (!slot.name) continue;
+        ++used;
+        ASSERT_STREQ(slot.name, plain[i].name);
+        ASSERT_EQ(slot.entry.offset, plain[i].offset);
+        ASSERT_EQ(slot.entry.size, plain[i].size);
+        ASSERT_EQ(table->find(std::string(slot.name).c_str()), &slot.entry);
+        ASSERT_EQ(table->find((slot.name + std::string("?")).c_str()), nullptr);
+    }
+    EXPECT_EQ(table->used_count(), used);
+}
+
+TEST(PackTable, fills_the_very_slots_that_plain_probing_fills) {
+    test::Random random(3);
+    for (unsigned int count = 0; count < 40; ++count) {
+        for (unsigned int length_max : {1u, 3u, 40u})
+            expect_same_slots(random_index(random, count, length_max));
+    }
+    expect_same_slots(random_index(random, 3000, 9));
+    expect_same_slots(random_index(random, 3000, 30));
+}
+
+TEST(PackTable, probes_wrap_past_the_end_of_the_array) {
+    // Seven slots; all three homes are slot 6, so the second and third name wrap.
+    Index index;
+    index.names = std::string("\x06\0\x0D\0\x14\0", 6);
+    index.header = {'2', 6, 3, 1};
+    index.ends = {40, 40, 41};
+    index.file_size = 41;
+    expect_same_slots(index);
+    Table const table(PackTable::create(3));
+    ASSERT_TRUE(table->fill(index.header, index.names.data(), index.ends.data(), 41));
+    EXPECT_EQ(table->find("\x06"), &table->begin()[6].entry);
+    EXPECT_EQ(table->find("\x0D"), &table->begin()[0].entry);
+    EXPECT_EQ(table->find("\x14"), &table->begin()[1].entry);
+    EXPECT_EQ(table->find("\x1B"), nullptr);
+}
+
+TEST(PackTable, refuses_names_without_terminator_at_the_very_end_of_memory) {
+    std::string const names("one\0two\0three", 13);
+    unsigned int const ends[] = {100, 100, 100};
+    test::Guarded const block(names.data(), names.size());
+    Table const cut(PackTable::create(3));
+    EXPECT_FALSE(cut->fill({'2', 13, 3, 1}, block.data(), ends, 100));
+    Table const whole(PackTable::create(2));
+    EXPECT_TRUE(whole->fill({'2', 13, 2, 1}, block.data(), ends, 100));
+}
+
+TEST(PackTable, finds_names_that_end_with_their_block_of_memory) {
+    std::string const names("one\0sixteen bytes ab\0seventeen bytes ab", 40);
+    unsigned int const ends[] = {100, 100, 100};
+    test::Guarded const block(names.c_str(), names.size());
+    Table const table(PackTable::create(3));
+    ASSERT_TRUE(table->fill({'2', 40, 3, 1}, block.data(), ends, 100));
+    for (std::string const name : {"one", "sixteen bytes ab", "seventeen bytes ab"}) {
+        test::Guarded const probe(name.c_str(), name.size() + 1);
+        EXPECT_NE(table->find(probe.data()), nullptr) << name;
+    }
+    EXPECT_EQ(table->find(""), nullptr);
+    EXPECT_EQ(table->find("sixteen bytes abc"), nullptr);
+}
+
+TEST(PackTable, refuses_entries_that_do_not_fit_the_file_or_32_bits) {
+    struct Row {
+        unsigned int alignment, first_end, second_end;
+        unsigned long long file_size;
+        bool fits;
+    };
+    // The index of two one-letter names ends at 28.
+    Row const rows[] = {
+        {1, 28, 30, 30, true},
+        {1, 28, 30, 29, false},
+        {1, 27, 30, 30, false},       // ends inside the index
+        {1, 30, 29, 30, false},       // ends before it starts
+        {512, 600, 1024, 600, true},  // empty, at the rounded-up end of the file
+        {512, 600, 1023, 2000, false},
+        {512, 600, 1025, 1024, false},
+        {512, 0xFFFFFF00, 0xFFFFFFFF, 1ull << 33, false},  // would start at 4 GiB
+        {1, 0xFFFFFF00, 0xFFFFFFFF, 1ull << 33, true},
+        {0x80000000, 0x80000000, 0x80000001, 0x80000001, true},
+    };
+    for (Row const& row : rows) {
+        unsigned int const ends[] = {row.first_end, row.second_end};
+        Table const table(PackTable::create(2));
+        EXPECT_EQ(table->fill({'2', 4, 2, row.alignment}, "a\0b", ends, row.file_size), row.fits)
+            << row.first_end << " " << row.second_end << " " << row.file_size;
+    }
+}
+
+}  // namespace
