@@ -26,6 +26,11 @@
 
 namespace QX {
 
+namespace formatting {
+template <typename Unit>
+class StringWriter;
+}
+
 // What a character type offers to the template. `char` counts as signed, `wchar_t` as unsigned.
 template <typename CharT>
 struct CHAR_TRAITS {
@@ -252,6 +257,10 @@ protected:
     static unsigned int least(unsigned int a, unsigned int b) { return a < b ? a : b; }
 
 private:
+    // The formatters write through pointers and set the length when they are done.
+    template <typename Unit>
+    friend class formatting::StringWriter;
+
     // Holds the block that growth replaced until the operation is over, because what is being
     // appended may lie in it.
     class SCOPED_POINTER {

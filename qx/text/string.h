@@ -12,11 +12,30 @@
 //     String::format("%d", 10)  =>  "10"
 #pragma once
 
+#include <concepts>
+
 #include "qx/text/basic_string.h"
 
 namespace QX {
 
 class UniString;
+
+// Defined in format.h, which a caller of the typed form includes.
+template <typename Unit>
+class FormatText;
+
+// The argument list of the untyped form. Made from exactly a char*, so that a literal or a 0 is
+// an argument and not a list.
+class ArgumentPointer {
+public:
+    template <std::same_as<char*> Pointer>
+    ArgumentPointer(Pointer pointer) : slots_(pointer) {}
+
+    char const* slots() const { return slots_; }
+
+private:
+    char const* slots_;
+};
 
 class String : public BASIC_STRING<char> {
 public:
@@ -74,12 +93,12 @@ public:
 
     // The typed form: each argument keeps its type. Defined in format.h.
     template <typename First, typename... Rest>
-    static String format(String const& format, First const& first, Rest const&... rest);
+    static String format(FormatText<char> format, First const& first, Rest const&... rest);
     QX_API static String format(String const& format);
 
-    // The untyped form, read by the letters alone; the second takes an argument pointer.
+    // The untyped form, read by the letters alone; the second takes a char* to the arguments.
     QX_API static String format_unsafe(String format, ...);
-    QX_API static String format_unsafe(String format, char* arguments);
+    QX_API static String format_unsafe(String format, ArgumentPointer arguments);
 
     QX_API static String format(unsigned int value);
     QX_API static String format(unsigned int value, int radix);
@@ -187,12 +206,12 @@ public:
 
     // The typed form: each argument keeps its type. Defined in format.h.
     template <typename First, typename... Rest>
-    static UniString format(UniString const& format, First const& first, Rest const&... rest);
+    static UniString format(FormatText<wchar_t> format, First const& first, Rest const&... rest);
     QX_API static UniString format(UniString const& format);
 
-    // The untyped form, read by the letters alone; the second takes an argument pointer.
+    // The untyped form, read by the letters alone; the second takes a char* to the arguments.
     QX_API static UniString format_unsafe(UniString format, ...);
-    QX_API static UniString format_unsafe(UniString format, char* arguments);
+    QX_API static UniString format_unsafe(UniString format, ArgumentPointer arguments);
 
     QX_API static UniString format(unsigned int value);
     QX_API static UniString format(unsigned int value, int radix);
