@@ -82,29 +82,72 @@ unsigned int find_unit(CharT const* text, unsigned int count, CharT value) {
     return at == count ? count : find_in_last_block(text, count, wanted);
 }
 
-// The length of the common beginning of two ranges of `count`.
+// The first differing unit among those that two words hold, or how many those are.
+template <typename CharT, typename Word>
+unsigned int common_in_word(CharT const* a, CharT const* b) {
+    Word first;
+    Word second;
+    std::memcpy(&first, a, sizeof(Word));
+    std::memcpy(&second, b, sizeof(Word));
+    unsigned long long const change = first ^ second;
+    if (change == 0) return sizeof(Word) / sizeof(CharT);
+    return static_cast<unsigned int>(__builtin_ctzll(change)) / (8 * sizeof(CharT));
+}
+
+// Two words from the front and the back, which overlap where that is more than `count`.
+template <typename CharT, typename Word>
+unsigned int common_in_two_words(CharT const* a, CharT const* b, unsigned int count) {
+    constexpr unsigned int units = sizeof(Word) / sizeof(CharT);
+    unsigned int const at = common_in_word<CharT, Word>(a, b);
+    if (at != units) return at;
+    unsigned int const rest = count - units;
+    return rest + common_in_word<CharT, Word>(a + rest, b + rest);
+}
+
+// As common_length, for less than a block.
 template <typename CharT>
-unsigned int common_length(CharT const* a, CharT const* b, unsigned int count) {
-    constexpr unsigned int step = block_units<CharT>;
+unsigned int common_in_few(CharT const* a, CharT const* b, unsigned int count) {
+    if (count * sizeof(CharT) >= 8) return common_in_two_words<CharT, std::uint64_t>(a, b, count);
+    if (count * sizeof(CharT) >= 4) return common_in_two_words<CharT, std::uint32_t>(a, b, count);
     unsigned int at = 0;
-    for (; count - at >= step; at += step) {
-        unsigned int const same = mask_of(equal_units<CharT>(load(a + at), load(b + at)));
-        if (same != 0xFFFF) return at + first_unit<CharT>(~same);
-    }
-    if (at != count && count >= step) {
-        at = count - step;
-        unsigned int const same = mask_of(equal_units<CharT>(load(a + at), load(b + at)));
-        return same != 0xFFFF ? at + first_unit<CharT>(~same) : count;
-    }
     while (at < count && a[at] == b[at]) ++at;
     return at;
 }
 
-// The places in one block at `text` where both ends of the needle match, as a byte mask.
+// The length of the common beginning of two ranges of `count`.
 template <typename CharT>
-unsigned int both_ends(CharT const* text, unsigned int last, __m128i head, __m128i tail) {
+unsigned int common_length(CharT const* a, CharT const* b, unsigned int count) {
+    constexpr unsigned int step = block_units<CharT>;
+    if (count < step) return common_in_few(a, b, count);
+    for (unsigned int at = 0;; at += step) {
+        if (count - at < step) at = count - step;  // looks at some units again
+        unsigned int const same = mask_of(equal_units<CharT>(load(a + at), load(b + at)));
+        if (same != 0xFFFF) return at + first_unit<CharT>(~same);
+        if (count - at == step) return count;
+    }
+}
+
+// Marks the places in one block at `text` where both ends of the needle match.
+template <typename CharT>
+__m128i both_ends(CharT const* text, unsigned int last, __m128i head, __m128i tail) {
     __m128i const heads = equal_units<CharT>(load(text), head);
-    return mask_of(_mm_and_si128(heads, equal_units<CharT>(load(text + last), tail)));
+    return _mm_and_si128(heads, equal_units<CharT>(load(text + last), tail));
+}
+
+// Skips runs of four blocks in which no place has both ends of the needle.
+template <typename CharT>
+unsigned int skip_barren(
+    CharT const* text, unsigned int at, unsigned int places, unsigned int last, __m128i head,
+    __m128i tail) {
+    constexpr unsigned int step = block_units<CharT>;
+    for (; places - at >= 4 * step; at += 4 * step) {
+        __m128i const a = both_ends(text + at, last, head, tail);
+        __m128i const b = both_ends(text + at + step, last, head, tail);
+        __m128i const c = both_ends(text + at + 2 * step, last, head, tail);
+        __m128i const d = both_ends(text + at + 3 * step, last, head, tail);
+        if (mask_of(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)))) break;
+    }
+    return at;
 }
 
 // Tries the marked places in order. The index of the first match, or `none`.
@@ -144,14 +187,15 @@ find_run(CharT const* text, unsigned int places, CharT const* needle, unsigned i
     unsigned int const last = needle_count - 1;
     __m128i const head = spread(needle[0]);
     __m128i const tail = spread(needle[last]);
-    for (unsigned int at = 0; at < places;) {
+    unsigned int at = skip_barren(text, 0, places, last, head, tail);
+    while (at < places) {
         if (places - at < step) at = places - step;  // looks at some places again
-        unsigned int const mask = both_ends(text + at, last, head, tail);
-        if (QX_UNLIKELY(mask)) {
-            unsigned int const i = try_places(text + at, mask, needle, needle_count, step);
-            if (i != step) return at + i;
-        }
+        unsigned int const mask = mask_of(both_ends(text + at, last, head, tail));
         at += step;
+        if (mask == 0) continue;
+        unsigned int const i = try_places(text + at - step, mask, needle, needle_count, step);
+        if (i != step) return at - step + i;
+        at = skip_barren(text, at, places, last, head, tail);
     }
     return places;
 }

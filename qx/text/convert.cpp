@@ -40,6 +40,14 @@ unsigned int first_of(unsigned int mask) {
     return static_cast<unsigned int>(__builtin_ctz(mask));
 }
 
+// Of a mask of 16 bits.
+unsigned int count_bits(unsigned int mask) {
+    mask -= mask >> 1 & 0x5555;
+    mask = (mask & 0x3333) + (mask >> 2 & 0x3333);
+    mask = (mask + (mask >> 4)) & 0x0F0F;
+    return (mask + (mask >> 8)) & 0x1F;
+}
+
 unsigned int sum_of_bytes(__m128i bytes) {
     __m128i const sums = _mm_sad_epu8(bytes, _mm_setzero_si128());
     return static_cast<unsigned int>(_mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4));
@@ -142,16 +150,15 @@ bool count_steps(unsigned int& length, wchar_t const*& source, wchar_t const* st
 // follows is exactly what the leads announce may be taken whole.
 struct Utf8Block {
     __m128i bytes;
-    __m128i follows;         // bytes of the form 10xxxxxx, marked
-    unsigned int high;       // bytes of 0x80 and above
-    unsigned int following;  // the mask of `follows`
+    unsigned int room;       // bytes before the terminator, 16 at most
+    unsigned int high;       // bytes of 0x80 and above, of these
+    unsigned int leads;      // bytes not of the form 10xxxxxx, of these
     unsigned int announced;  // places behind the leads; bits 16 and 17 lie behind the block
-    unsigned int ends;       // bytes of 0
-    bool has_end;            // the terminator is among the bytes that the block may need
+    unsigned int irregular;  // places that follow unannounced, or lead where they should follow
+    bool is_cut;             // the terminator stands where a sequence should go on
 
-    unsigned int irregular() const { return following ^ (announced & 0xFFFF); }
-    // Nothing but ASCII before an end within the block.
-    bool ends_plain() const { return ends != 0 && (high & (ends ^ (ends - 1))) == 0; }
+    bool is_last() const { return room < 16; }
+    bool is_whole() const { return irregular == 0 && !is_cut; }
     unsigned int overhang() const { return ((announced >> 16) & 1) + (announced >> 17); }
 };
 
@@ -159,16 +166,20 @@ QX_READS_PAST_END inline Utf8Block look_at(char const* at) {
     __m128i const zero = _mm_setzero_si128();
     Utf8Block block;
     block.bytes = load(at);
-    block.high = mask_of(block.bytes);
-    __m128i const later = load(at + 2);
-    block.ends = mask_of(_mm_cmpeq_epi8(block.bytes, zero));
-    block.has_end = (block.ends | mask_of(_mm_cmpeq_epi8(later, zero))) != 0;
+    // Bits 16 and 17 are the two bytes that the last sequence may take from behind the block.
+    unsigned int const ends = mask_of(_mm_cmpeq_epi8(block.bytes, zero)) |
+                              (mask_of(_mm_cmpeq_epi8(load(at + 2), zero)) >> 14 << 16);
     // As signed bytes, 0x80 to 0xBF are those below 0xC0.
-    block.follows = _mm_cmplt_epi8(block.bytes, _mm_set1_epi8(-0x40));
-    block.following = mask_of(block.follows);
-    unsigned int const leads = block.high & ~block.following;
+    unsigned int const following = mask_of(_mm_cmplt_epi8(block.bytes, _mm_set1_epi8(-0x40)));
     unsigned int const bit_5 = mask_of(_mm_slli_epi16(block.bytes, 2));
-    block.announced = (leads << 1) | ((leads & bit_5) << 2);
+    block.room = first_of(ends | 0x10000);
+    unsigned int const valid = (1u << block.room) - 1;
+    block.high = mask_of(block.bytes) & valid;
+    block.leads = valid & ~following;
+    unsigned int const long_leads = block.high & ~following;
+    block.announced = (long_leads << 1) | ((long_leads & bit_5) << 2);
+    block.irregular = (following ^ block.announced) & valid;
+    block.is_cut = (block.announced & ends) != 0;
     return block;
 }
 
@@ -200,7 +211,7 @@ decode_block(wchar_t* target, char const* at, Utf8Block const& block) {
         values + 8, decode_eight(
                         _mm_unpackhi_epi8(block.bytes, zero), _mm_unpackhi_epi8(second, zero),
                         _mm_unpackhi_epi8(third, zero)));
-    unsigned int const leads = ~block.following;
+    unsigned int const leads = block.leads;
 #pragma GCC unroll 16
     for (unsigned int i = 0; i < 16; ++i) {
         *target = values[i];
@@ -243,11 +254,9 @@ QX_READS_PAST_END inline void widen_ascii(wchar_t*& target, char const*& source)
     }
 }
 
-// Where a block can't be taken whole: singly to the end of the text, or past the first place that
-// doesn't fit.
+// Where a block can't be taken whole: singly past the first place that doesn't fit, or to the end.
 char const* stop_of_steps(char const* at, Utf8Block const& block) {
-    if (block.has_end) return at + narrow_reach;
-    return at + first_of(block.irregular()) + 1;
+    return at + (block.irregular ? first_of(block.irregular) + 1 : narrow_reach);
 }
 
 // The last characters of a text, plain ASCII and fewer than sixteen: two halves that overlap.
@@ -370,6 +379,32 @@ QX_READS_PAST_END inline void narrow_ascii(char*& target, wchar_t const*& source
     }
 }
 
+// How many of eight units are plain ASCII before one that is not or ends the text; 0 also where
+// one that is not comes first among them without an end.
+unsigned int plain_before_end(__m128i units) {
+    unsigned int const plain = mask_of(is_one_byte(units));
+    unsigned int const ends = mask_of(_mm_cmpeq_epi16(units, _mm_setzero_si128()));
+    unsigned int const stop = ~plain | ends | 0x10000;
+    unsigned int const at = first_of(stop);
+    return at == 16 || (ends >> at & 1) ? at / 2 : 0;
+}
+
+// The first `count` of eight plain units, and not a byte more.
+char* narrow_few(char* target, __m128i units, unsigned int count) {
+    auto bytes = static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(units, units)));
+    if (count == 8) {
+        std::memcpy(target, &bytes, 8);
+        return target + 8;
+    }
+    if (count & 4) {
+        std::memcpy(target, &bytes, 4);
+        target += 4;
+        bytes >>= 32;
+    }
+    for (count &= 3; count > 0; --count, bytes >>= 8) *target++ = static_cast<char>(bytes);
+    return target;
+}
+
 // --- Case ----------------------------------------------------------------------------------------
 
 // Adds `change` to the units from `first` to the 25th after it.
@@ -391,18 +426,19 @@ QX_READS_PAST_END wchar_t* utf8_decode(wchar_t* target, char const* source) {
         char const* stop = next_page(source);
         if (within_page(source, narrow_reach)) {
             Utf8Block const block = look_at(source);
-            if (!block.has_end && block.high == 0) {
+            if (block.high == 0) {
+                if (block.is_last()) {
+                    target = widen_few(target, source, block.room);
+                    break;
+                }
                 widen_ascii(target, source);
                 continue;
             }
-            if (!block.has_end && block.irregular() == 0) {
+            if (block.is_whole()) {
                 target = decode_block(target, source, block);
+                if (block.is_last()) break;
                 source += 16 + block.overhang();
                 continue;
-            }
-            if (block.ends_plain()) {
-                target = widen_few(target, source, first_of(block.ends));
-                break;
             }
             stop = stop_of_steps(source, block);
         }
@@ -418,8 +454,9 @@ QX_READS_PAST_END unsigned int utf8_length(char const* text) {
         char const* stop = next_page(text);
         if (within_page(text, narrow_reach)) {
             Utf8Block const block = look_at(text);
-            if (!block.has_end && block.irregular() == 0) {
-                length += 16 - sum_of_bytes(_mm_sub_epi8(_mm_setzero_si128(), block.follows));
+            if (block.is_whole()) {
+                length += count_bits(block.leads);
+                if (block.is_last()) return length;
                 text += 16 + block.overhang();
                 continue;
             }
@@ -429,24 +466,33 @@ QX_READS_PAST_END unsigned int utf8_length(char const* text) {
     }
 }
 
+// A text that has left ASCII is likely to do so again: the next blocks are not asked.
+constexpr unsigned int blocks_unasked = 4;
+
+QX_READS_PAST_END inline void encode_blocks(char*& target, wchar_t const*& source) {
+    for (unsigned int i = 0; i < blocks_unasked; ++i) {
+        if (!within_page(source, wide_reach) || has_end(source)) return;
+        target = encode_block(target, load(source));
+        source += 8;
+    }
+}
+
 QX_READS_PAST_END char* utf8_encode(char* target, wchar_t const* source) {
     for (;;) {
         wchar_t const* stop = next_page(source);
         if (within_page(source, wide_reach)) {
-            stop = source + wide_reach / 2;
-            if (!has_end(source)) {
-                __m128i const units = load(source);
-                source += 8;
-                if (mask_of(is_one_byte(units)) == 0xFFFF) {
-                    _mm_storel_epi64(
-                        reinterpret_cast<__m128i*>(target), _mm_packus_epi16(units, units));
-                    target += 8;
-                    narrow_ascii(target, source);
-                } else {
-                    target = encode_block(target, units);
-                }
+            __m128i const units = load(source);
+            if (unsigned int const count = plain_before_end(units)) {
+                target = narrow_few(target, units, count);
+                source += count;
+                if (count == 8) narrow_ascii(target, source);
                 continue;
             }
+            if (!has_end(source)) {
+                encode_blocks(target, source);
+                continue;
+            }
+            stop = source + wide_reach / 2;
         }
         if (!encode_steps(target, source, stop)) break;
     }
