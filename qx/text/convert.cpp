@@ -147,22 +147,22 @@ bool count_steps(unsigned int& length, wchar_t const*& source, wchar_t const* st
 // --- Blocks of UTF-8 -----------------------------------------------------------------------------
 
 // Which bytes of a block lead and which follow, as masks of 16 bits. Only a block where what
-// follows is exactly what the leads announce may be taken whole.
+// follows is exactly what the leads announce may be taken whole. Blocks lie side by side and hand
+// on what their last sequence announces, so that no address waits for the bytes before it.
 struct Utf8Block {
     __m128i bytes;
     unsigned int room;       // bytes before the terminator, 16 at most
     unsigned int high;       // bytes of 0x80 and above, of these
     unsigned int leads;      // bytes not of the form 10xxxxxx, of these
-    unsigned int announced;  // places behind the leads; bits 16 and 17 lie behind the block
+    unsigned int carry;      // the first places of the next block that are announced
     unsigned int irregular;  // places that follow unannounced, or lead where they should follow
     bool is_cut;             // the terminator stands where a sequence should go on
 
     bool is_last() const { return room < 16; }
     bool is_whole() const { return irregular == 0 && !is_cut; }
-    unsigned int overhang() const { return ((announced >> 16) & 1) + (announced >> 17); }
 };
 
-QX_READS_PAST_END inline Utf8Block look_at(char const* at) {
+QX_READS_PAST_END inline Utf8Block look_at(char const* at, unsigned int carry) {
     __m128i const zero = _mm_setzero_si128();
     Utf8Block block;
     block.bytes = load(at);
@@ -177,10 +177,16 @@ QX_READS_PAST_END inline Utf8Block look_at(char const* at) {
     block.high = mask_of(block.bytes) & valid;
     block.leads = valid & ~following;
     unsigned int const long_leads = block.high & ~following;
-    block.announced = (long_leads << 1) | ((long_leads & bit_5) << 2);
-    block.irregular = (following ^ block.announced) & valid;
-    block.is_cut = (block.announced & ends) != 0;
+    unsigned int const announced = carry | (long_leads << 1) | ((long_leads & bit_5) << 2);
+    block.carry = announced >> 16;
+    block.irregular = (following ^ announced) & valid;
+    block.is_cut = (announced & ends) != 0;
     return block;
+}
+
+// How many bytes a carry stands for.
+unsigned int overhang(unsigned int carry) {
+    return (carry + 1) / 2;
 }
 
 // What each of eight bytes stands for if it leads: `first` are the bytes themselves, `second` and
@@ -212,12 +218,19 @@ decode_block(wchar_t* target, char const* at, Utf8Block const& block) {
                         _mm_unpackhi_epi8(block.bytes, zero), _mm_unpackhi_epi8(second, zero),
                         _mm_unpackhi_epi8(third, zero)));
     unsigned int const leads = block.leads;
-#pragma GCC unroll 16
-    for (unsigned int i = 0; i < 16; ++i) {
+    wchar_t* const end = target + count_bits(leads);
+    wchar_t* middle = target + count_bits(leads & 0xFF);
+#pragma GCC unroll 8
+    for (unsigned int i = 0; i < 8; ++i) {
         *target = values[i];
         target += (leads >> i) & 1;
     }
-    return target;
+#pragma GCC unroll 8
+    for (unsigned int i = 8; i < 16; ++i) {
+        *middle = values[i];
+        middle += (leads >> i) & 1;
+    }
+    return end;
 }
 
 void widen_sixteen(wchar_t* target, __m128i bytes) {
@@ -422,11 +435,12 @@ Text shift_letters(Text text, char first, int change) {
 }  // namespace
 
 QX_READS_PAST_END wchar_t* utf8_decode(wchar_t* target, char const* source) {
+    unsigned int carry = 0;
     for (;;) {
         char const* stop = next_page(source);
         if (within_page(source, narrow_reach)) {
-            Utf8Block const block = look_at(source);
-            if (block.high == 0) {
+            Utf8Block const block = look_at(source, carry);
+            if ((block.high | carry) == 0) {
                 if (block.is_last()) {
                     target = widen_few(target, source, block.room);
                     break;
@@ -437,11 +451,14 @@ QX_READS_PAST_END wchar_t* utf8_decode(wchar_t* target, char const* source) {
             if (block.is_whole()) {
                 target = decode_block(target, source, block);
                 if (block.is_last()) break;
-                source += 16 + block.overhang();
+                source += 16;
+                carry = block.carry;
                 continue;
             }
             stop = stop_of_steps(source, block);
         }
+        source += overhang(carry);
+        carry = 0;
         if (!decode_steps(target, source, stop)) break;
     }
     *target = 0;
@@ -450,18 +467,22 @@ QX_READS_PAST_END wchar_t* utf8_decode(wchar_t* target, char const* source) {
 
 QX_READS_PAST_END unsigned int utf8_length(char const* text) {
     unsigned int length = 0;
+    unsigned int carry = 0;
     for (;;) {
         char const* stop = next_page(text);
         if (within_page(text, narrow_reach)) {
-            Utf8Block const block = look_at(text);
+            Utf8Block const block = look_at(text, carry);
             if (block.is_whole()) {
                 length += count_bits(block.leads);
                 if (block.is_last()) return length;
-                text += 16 + block.overhang();
+                text += 16;
+                carry = block.carry;
                 continue;
             }
             stop = stop_of_steps(text, block);
         }
+        text += overhang(carry);
+        carry = 0;
         if (!count_steps(length, text, stop)) return length;
     }
 }
