@@ -114,12 +114,28 @@ unsigned int common_in_few(CharT const* a, CharT const* b, unsigned int count) {
     return at;
 }
 
+// Skips runs of four blocks that are the same in both.
+template <typename CharT>
+unsigned int skip_same(CharT const* a, CharT const* b, unsigned int count) {
+    constexpr unsigned int step = block_units<CharT>;
+    unsigned int at = 0;
+    for (; count - at >= 4 * step; at += 4 * step) {
+        auto const same = [=](unsigned int from) {
+            return _mm_cmpeq_epi8(load(a + at + from), load(b + at + from));
+        };
+        __m128i const first = _mm_and_si128(same(0), same(step));
+        __m128i const second = _mm_and_si128(same(2 * step), same(3 * step));
+        if (mask_of(_mm_and_si128(first, second)) != 0xFFFF) break;
+    }
+    return at;
+}
+
 // The length of the common beginning of two ranges of `count`.
 template <typename CharT>
 unsigned int common_length(CharT const* a, CharT const* b, unsigned int count) {
     constexpr unsigned int step = block_units<CharT>;
     if (count < step) return common_in_few(a, b, count);
-    for (unsigned int at = 0;; at += step) {
+    for (unsigned int at = skip_same(a, b, count);; at += step) {
         if (count - at < step) at = count - step;  // looks at some units again
         unsigned int const same = mask_of(equal_units<CharT>(load(a + at), load(b + at)));
         if (same != 0xFFFF) return at + first_unit<CharT>(~same);
