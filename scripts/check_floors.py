@@ -13,7 +13,7 @@ FLOORS = [
     ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex",
      "tasks/guard"],
     ["memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],
-    ["memory/allocators > base/dynamic_array base/standard_containers", "memory/pools",
+    ["memory/allocators > base/array_body > base/dynamic_array base/standard_containers", "memory/pools",
      "memory/stack_allocator", "memory/transient_allocator", "memory/string_pool"],
     ["text/basic_string > text/string > text/convert > text/parse text/match > text/format"],
     ["tasks/semaphore tasks/event > tasks/thread > tasks/thread_pool",
