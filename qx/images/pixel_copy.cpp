@@ -66,20 +66,16 @@ void stream_row(
     }
 }
 
-struct Extent {
-    std::size_t width, height;
-};
-
 void stream_rows(
-    PixelAccessorDescriptor const& to, ConstPixelAccessorDescriptor const& from, Extent extent,
-    Row row, Sizes sizes, bool moves) {
-    for (std::size_t y = 0; y != extent.height; ++y) {
-        unsigned char* const target = to.data + y * to.stride;
-        unsigned char const* const source = from.data + y * from.stride;
-        if (moves)
-            stream_bytes(target, source, extent.width * sizes.to);
+    TargetRows const& to, SourceRows const& from, std::size_t width, std::size_t height, Row row) {
+    Sizes const sizes = {kind_size(to.kind), kind_size(from.kind)};
+    unsigned char* target = to.data;
+    unsigned char const* source = from.data;
+    for (; height != 0; --height, target += to.stride, source += from.stride) {
+        if (to.kind == from.kind)
+            stream_bytes(target, source, width * sizes.to);
         else
-            stream_row(target, source, extent.width, row, sizes);
+            stream_row(target, source, width, row, sizes);
     }
     _mm_sfence();
 }
@@ -101,33 +97,22 @@ Row find(Kind source, Kind target) {
     return __builtin_cpu_supports("avx2") ? wide_rows[source][target] : plain_rows[source][target];
 }
 
-void copy_bytes(unsigned char* to, unsigned char const* from, std::size_t size) {
-    if (size < streaming_size) {
-        std::memcpy(to, from, size);
-        return;
-    }
-    stream_bytes(to, from, size);
-    _mm_sfence();
+bool is_for_streaming(std::size_t row_bytes, std::size_t rows) {
+    return row_bytes >= streaming_row && row_bytes * rows >= streaming_size;
 }
 
-void copy_rectangle(
-    PixelAccessorDescriptor const& to, Kind target, ConstPixelAccessorDescriptor const& from,
-    Kind source) {
-    Extent extent = {std::min(to.width, from.width), std::min(to.height, from.height)};
-    if (extent.width == 0 || extent.height == 0) return;
-
-    Sizes const sizes = {kind_size(target), kind_size(source)};
-    if (to.stride == extent.width * sizes.to && from.stride == extent.width * sizes.from) {
-        extent = {extent.width * extent.height, 1};
-    }
-    Row const row = find(source, target);
-    std::size_t const row_bytes = extent.width * sizes.to;
-    if (row_bytes >= streaming_row && row_bytes * extent.height >= streaming_size) {
-        stream_rows(to, from, extent, row, sizes, source == target);
+void convert_rows(
+    TargetRows const& to, SourceRows const& from, std::size_t width, std::size_t height,
+    bool streaming) {
+    Row const row = find(from.kind, to.kind);
+    if (streaming) {
+        stream_rows(to, from, width, height, row);
         return;
     }
-    for (std::size_t y = 0; y != extent.height; ++y) {
-        row(to.data + y * to.stride, from.data + y * from.stride, extent.width);
+    unsigned char* target = to.data;
+    unsigned char const* source = from.data;
+    for (; height != 0; --height, target += to.stride, source += from.stride) {
+        row(target, source, width);
     }
 }
 
@@ -172,10 +157,18 @@ void fill(unsigned char* to, std::size_t size, Pattern const& pattern) {
 }  // namespace pixel_rows
 
 bool PixelAccessorDescriptor::copy(ConstPixelAccessorDescriptor const& source) const {
-    auto const from = pixel_rows::source_kind(source.format);
-    auto const to = pixel_rows::target_kind(format);
-    if (from == pixel_rows::no_kind || to == pixel_rows::no_kind) return false;
-    pixel_rows::copy_rectangle(*this, to, source, from);
+    using namespace pixel_rows;
+    TargetRows const to = {data, stride, target_kind(format)};
+    SourceRows const from = {source.data, source.stride, source_kind(source.format)};
+    if (from.kind == no_kind || to.kind == no_kind) return false;
+
+    std::size_t columns = std::min(width, source.width), rows = std::min(height, source.height);
+    if (columns == 0 || rows == 0) return true;
+    if (stride == columns * kind_size(to.kind) && source.stride == columns * kind_size(from.kind)) {
+        columns *= rows;  // without gaps: one long row
+        rows = 1;
+    }
+    convert_rows(to, from, columns, rows, is_for_streaming(columns * kind_size(to.kind), rows));
     return true;
 }
 

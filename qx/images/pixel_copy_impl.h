@@ -28,12 +28,25 @@ extern Row const wide_rows[kind_count][kind_count];
 // The fastest conversion that this processor has.
 Row find(Kind source, Kind target);
 
-// Converts a rectangle, with stores past the cache where it is large.
-void copy_rectangle(
-    PixelAccessorDescriptor const& to, Kind target, ConstPixelAccessorDescriptor const& from,
-    Kind source);
+// Rows of pixels of one kind; a stride below zero walks upward.
+struct TargetRows {
+    unsigned char* data;
+    std::ptrdiff_t stride;
+    Kind kind;
+};
 
-// Copies bytes, past the cache where they are many.
-void copy_bytes(unsigned char* to, unsigned char const* from, std::size_t size);
+struct SourceRows {
+    unsigned char const* data;
+    std::ptrdiff_t stride;
+    Kind kind;
+};
+
+// Whether a result of that many rows is better written past the cache.
+bool is_for_streaming(std::size_t row_bytes, std::size_t rows);
+
+// Converts a rectangle of at least one pixel.
+void convert_rows(
+    TargetRows const& to, SourceRows const& from, std::size_t width, std::size_t height,
+    bool streaming);
 
 }  // namespace QX::pixel_rows
