@@ -69,7 +69,7 @@ UniString operator+(wchar_t a, UniString const& b) {
 
 bool operator==(UniString const& a, UniString const& b) {
     return a.length() == b.length() &&
-           std::memcmp(a.data(), b.data(), a.length() * 1ull * sizeof(wchar_t)) == 0;
+           UniString::traits_type::compare(a.data(), b.data(), a.length()) == 0;
 }
 
 bool operator==(UniString const& a, wchar_t const* b) {

@@ -289,11 +289,12 @@ QX_API UniString operator+(wchar_t a, UniString const& b);
 
 // Equal lengths and characters. A text is compared up to its terminator and not measured first.
 inline bool operator==(String const& a, String const& b) {
-    return a.length() == b.length() && std::memcmp(a.data(), b.data(), a.length()) == 0;
+    return a.length() == b.length() &&
+           String::traits_type::compare(a.data(), b.data(), a.length()) == 0;
 }
 inline bool operator==(String const& a, char const* b) {
     unsigned int const count = String::traits_type::length(b);
-    return a.length() == count && std::memcmp(a.data(), b, count) == 0;
+    return a.length() == count && String::traits_type::compare(a.data(), b, count) == 0;
 }
 QX_API bool operator==(UniString const& a, UniString const& b);
 QX_API bool operator==(UniString const& a, wchar_t const* b);
