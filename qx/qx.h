@@ -1,6 +1,13 @@
 // qx.h - the whole library. Includes only.
 #pragma once
 
+#include "qx/app/application.h"
+#include "qx/app/debug_menu.h"
+#include "qx/app/input.h"
+#include "qx/app/key_table.h"
+#include "qx/app/process.h"
+#include "qx/app/timers.h"
+#include "qx/app/window.h"
 #include "qx/base/array_body.h"
 #include "qx/base/dynamic_array.h"
 #include "qx/base/export.h"
@@ -24,9 +31,7 @@
 #include "qx/images/pixel_copy.h"
 #include "qx/images/tga.h"
 #include "qx/memory/allocators.h"
-#include "qx/memory/arena.h"
 #include "qx/memory/heap.h"
-#include "qx/memory/report.h"
 #include "qx/tasks/atomic.h"
 #include "qx/tasks/event.h"
 #include "qx/tasks/fibre.h"

@@ -28,8 +28,8 @@ FLOORS = [
      "tasks/fibre > tasks/scheduler > tasks/task > tasks/legacy_task",
      "images/pixel > images/pixel_copy > images/image > images/tga > images/resize",
      "data/entities > data/xml > data/xml_parser > data/xml_writer"],
-    ["app/application app/window_messages > app/window > app/timers > app/message_loop",
-     "app/key_table > app/input", "app/debug_menu",
+    ["app/application app/window_messages app/key_table > app/window > "
+     "app/timers app/input app/debug_menu > app/message_loop",
      "net/socket > net/mail net/web_fetch"],
     ["diagnostics/call_stack diagnostics/map_file diagnostics/teams "
      "diagnostics/assertion_dialog > diagnostics/message_box > diagnostics/profiler "

@@ -9,6 +9,12 @@
 #define QX_NOINLINE __attribute__((noinline))
 #define QX_ALWAYS_INLINE inline __attribute__((always_inline))
 
+// Around classes whose virtual slots are fixed and hold no destructor: none is destroyed through a
+// base.
+#define QX_FIXED_SLOTS_BEGIN                                                                       \
+    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wnon-virtual-dtor\"")
+#define QX_FIXED_SLOTS_END _Pragma("GCC diagnostic pop")
+
 #if defined(QX_CHECKS)
 #define QX_CHECK(condition) ((condition) ? static_cast<void>(0) : __builtin_trap())
 #else

@@ -1,0 +1,122 @@
+#include "qx/app/process.h"
+
+#include <gtest/gtest.h>
+
+#include "qx/app/application.h"
+#include "qx/base/windows.h"
+#include "tests/app/host.h"
+#include "tests/harness/stand_in.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+namespace {
+
+TEST(Process, command_line_is_the_systems_own) {
+    EXPECT_EQ(QX::command_line(), GetCommandLineA());
+}
+
+TEST(Process, language_is_always_english) {
+    EXPECT_STREQ(QX::choose_language().c_str(), "en");
+}
+
+std::wstring module_name;
+
+DWORD WINAPI give_module_name(HMODULE module, wchar_t* out, DWORD size) {
+    EXPECT_EQ(module, nullptr);
+    EXPECT_EQ(size, 4096u);
+    for (DWORD i = 0; i < size; ++i) out[i] = i < module_name.size() ? module_name[i] : 0;
+    return size;
+}
+
+DWORD WINAPI give_no_module_name(HMODULE, wchar_t*, DWORD) {
+    return 0;
+}
+
+TEST(Process, module_filename_is_the_executable_in_utf8) {
+    EXPECT_TRUE(std::string(QX::get_module_filename().c_str()).ends_with("\\app_test.exe"));
+
+    test::StandIn const call("GetModuleFileNameW", give_module_name);
+    ASSERT_TRUE(call.found());
+    module_name = L"C:\\caf\u00E9\\\u20AC.exe";
+    EXPECT_STREQ(QX::get_module_filename().c_str(), "C:\\caf\xC3\xA9\\\xE2\x82\xAC.exe");
+}
+
+// Older systems fill the whole buffer and leave no terminator.
+TEST(Process, module_filename_is_cut_at_the_buffer) {
+    test::StandIn const call("GetModuleFileNameW", give_module_name);
+    module_name.assign(5000, L'x');
+    EXPECT_EQ(QX::get_module_filename().length(), 4095u);
+}
+
+TEST(Process, failed_module_query_gives_the_empty_text) {
+    test::StandIn const call("GetModuleFileNameW", give_no_module_name);
+    EXPECT_EQ(QX::get_module_filename().length(), 0u);
+}
+
+// --- Ways out, each in a process of its own ------------------------------------------------------
+
+void fail_orderly_exit() {
+    TerminateProcess(GetCurrentProcess(), 99);
+}
+
+TEST(Process, DISABLED_child_exits) {
+    std::atexit(fail_orderly_exit);
+    QX::exit_process(0x12345);
+}
+
+TEST(Process, DISABLED_child_is_killed) {
+    std::atexit(fail_orderly_exit);
+    QX::Application::kill();
+}
+
+TEST(Process, exit_and_kill_end_it_without_orderly_work) {
+    EXPECT_EQ(test::run_child("Process.DISABLED_child_exits"), 0x12345u);
+    EXPECT_EQ(test::run_child("Process.DISABLED_child_is_killed"), 0u);
+}
+
+// Answers the box once it is on the screen.
+void answer_box(WPARAM button) {
+    for (int i = 0; i < 500; ++i) {
+        Sleep(10);
+        HWND const box = FindWindowW(L"#32770", L"Last chance...");
+        if (!box) continue;
+        wchar_t text[100] = {};
+        GetDlgItemTextW(box, 0xFFFF, text, 100);
+        if (std::wstring(text) != L"Are you sure you want to abort the process?") continue;
+        PostMessageW(box, WM_COMMAND, button, 0);
+        return;
+    }
+}
+
+bool confirm_with(WPARAM button, int code) {
+    std::thread answer(answer_box, button);
+    bool const result = QX::confirm_exit(code);
+    answer.join();
+    return result;
+}
+
+TEST(Process, DISABLED_child_confirms) {
+    confirm_with(IDOK, 77);
+}
+
+TEST(Process, confirm_exit_ends_it_on_ok_and_goes_on_after_cancel) {
+    EXPECT_FALSE(confirm_with(IDCANCEL, 1));
+    EXPECT_EQ(test::run_child("Process.DISABLED_child_confirms"), 77u);
+}
+
+int WINAPI check_box(HWND owner, wchar_t const*, wchar_t const*, UINT style) {
+    EXPECT_EQ(owner, nullptr);
+    EXPECT_EQ(style, 0x2131u);
+    return 0;
+}
+
+TEST(Process, confirm_exit_without_a_box_counts_as_declined) {
+    test::StandIn const call("MessageBoxW", check_box);
+    ASSERT_TRUE(call.found());
+    EXPECT_FALSE(QX::confirm_exit(1));
+}
+
+}  // namespace

@@ -1,0 +1,603 @@
+#include "qx/app/window.h"
+
+#include <gtest/gtest.h>
+
+#include "qx/base/windows.h"
+#include "tests/app/host.h"
+#include "tests/harness/stand_in.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Calls = std::vector<std::string>;
+using test::Host;
+using test::RecordingHandler;
+
+constexpr unsigned int caption_style = 0x14C20000;
+constexpr int use_default = CW_USEDEFAULT;
+
+// --- Styles --------------------------------------------------------------------------------------
+
+TEST(WindowInitialiser, default_style_never_has_the_system_menu) {
+    struct Row {
+        bool fixed, windowed, bordered;
+        unsigned int style;
+    };
+    // clang-format off
+    constexpr Row rows[] = {
+        {false, false, false, 0x90000000}, {false, false, true, 0x90000000},
+        {false, true,  false, 0x00C70000}, {false, true,  true, 0x00C70000},
+        {true,  false, true,  0x90000000}, {true,  true,  true, 0x14C20000},
+        {true,  true,  false, 0x90000000},
+    };
+    // clang-format on
+    for (Row const& row : rows) {
+        QX::WindowInitialiser initialiser;
+        initialiser.fixed_style = row.fixed;
+        initialiser.set_default_window_style(row.windowed, row.bordered);
+        EXPECT_EQ(initialiser.style, row.style) << row.fixed << row.windowed << row.bordered;
+    }
+}
+
+// --- Dispatch ------------------------------------------------------------------------------------
+
+struct Dispatch {
+    unsigned long long wparam;
+    std::string call;
+    bool answers = false;  // passes the handler's answer on
+};
+
+SHORT WINAPI control_is_held(int key) {
+    EXPECT_EQ(key, VK_CONTROL);
+    return static_cast<SHORT>(0x8000);
+}
+
+SHORT WINAPI control_was_pressed(int) {
+    return 1;
+}
+
+std::map<unsigned int, Dispatch> dispatches() {
+    return {
+        {0x005, {2, "resize 2"}},
+        {0x006, {2, "activate true"}},
+        {0x01C, {0x100000000, "activate_app true"}},
+        {0x024, {0, "get_min_max_info"}},
+        {0x084, {0, "nc_hit_test", true}},
+        {0x100, {65, "debug_key 65 true"}},
+        {0x112, {0xF020, "sys_command 274 61472", true}},
+        {0x211, {0, "pause_rendering true"}},
+        {0x212, {0, "pause_rendering false"}},
+        {0x231, {0, "pause_rendering true"}},
+        {0x232, {0, "pause_rendering false"}},
+        {0x2B1, {7, "lock_workstation true"}},
+    };
+}
+
+TEST(Window, every_message_makes_its_one_call_or_none) {
+    test::StandIn const keys("GetAsyncKeyState", control_is_held);
+    auto const rows = dispatches();
+    MINMAXINFO info = {};
+    for (bool answer : {false, true}) {
+        RecordingHandler handler;
+        handler.answer = answer;
+        QX::QXWindow window(&handler);
+        for (unsigned int message = 0; message <= 0xFFFF; ++message) {
+            auto const row = rows.find(message);
+            bool const known = row != rows.end();
+            handler.calls.clear();
+            bool const handled = window.process_wnd_proc(
+                message, known ? row->second.wparam : 1, reinterpret_cast<long long>(&info));
+            ASSERT_EQ(handler.calls, known ? Calls{row->second.call} : Calls{}) << message;
+            ASSERT_EQ(handled, known && row->second.answers && answer) << message;
+        }
+        EXPECT_EQ(handler.last_window, &window);
+    }
+}
+
+TEST(Window, flags_of_messages_come_from_wparam) {
+    test::StandIn const keys("GetAsyncKeyState", control_was_pressed);
+    RecordingHandler handler;
+    QX::QXWindow window(&handler);
+    EXPECT_FALSE(window.process_wnd_proc(WM_ACTIVATE, 0, 0));
+    EXPECT_FALSE(window.process_wnd_proc(WM_ACTIVATEAPP, 0, 0));
+    EXPECT_FALSE(window.process_wnd_proc(WM_WTSSESSION_CHANGE, 8, 0));
+    EXPECT_FALSE(window.process_wnd_proc(WM_KEYDOWN, VK_F5, 0));
+    Calls const calls = {
+        "activate false", "activate_app false", "lock_workstation false", "debug_key 116 false"};
+    EXPECT_EQ(handler.calls, calls);
+
+    handler.calls.clear();
+    for (unsigned int change : {0, 1, 2, 3, 4, 5, 6, 9, 0x10007})
+        window.process_wnd_proc(WM_WTSSESSION_CHANGE, change, 0);
+    EXPECT_EQ(handler.calls, Calls{});
+}
+
+TEST(Window, min_max_info_takes_the_two_heights_alone) {
+    MINMAXINFO info = {{1, 2}, {3, 4}, {5, 6}, {7, 8}, {9, 10}};
+    RecordingHandler handler;
+    QX::QXWindow window(&handler);
+    window.process_wnd_proc(WM_GETMINMAXINFO, 0, reinterpret_cast<long long>(&info));
+    MINMAXINFO const expected = {{1, 2}, {3, 700}, {5, 6}, {7, 8}, {9, 800}};
+    EXPECT_EQ(std::memcmp(&info, &expected, sizeof info), 0);
+}
+
+TEST(Window, without_a_handler_every_call_answers_false) {
+    QX::QXWindow window;
+    MINMAXINFO info = {};
+    info.ptMaxSize.y = 5;
+    for (auto const& [message, row] : dispatches())
+        EXPECT_FALSE(
+            window.process_wnd_proc(message, row.wparam, reinterpret_cast<long long>(&info)));
+    EXPECT_EQ(info.ptMaxSize.y, 5);
+
+    RecordingHandler handler;
+    handler.answer = true;
+    window.set_event_handler(handler);
+    EXPECT_TRUE(window.process_wnd_proc(WM_NCHITTEST, 0, 0));
+}
+
+// --- The debugger line ---------------------------------------------------------------------------
+
+std::string debug_line;
+
+void WINAPI note_line(char const* line) {
+    debug_line = line;
+}
+
+std::string line_of(unsigned int message, unsigned long long wparam = 0, long long lparam = 0) {
+    debug_line.clear();
+    QX::QXWindow().process_wnd_proc(message, wparam, lparam);
+    return debug_line;
+}
+
+class MessageNames : public testing::Test {
+protected:
+    MessageNames() : output_("OutputDebugStringA", note_line) {
+        QX::debug_log_windows_messages = true;
+    }
+    ~MessageNames() override { QX::debug_log_windows_messages = false; }
+
+    static std::string name_of(unsigned int message) {
+        MINMAXINFO info = {};
+        std::string const line = line_of(message, 0, reinterpret_cast<long long>(&info));
+        return line.substr(15, line.find(' ', 15) - 15);
+    }
+
+private:
+    test::StandIn output_;
+};
+
+TEST_F(MessageNames, line_holds_name_and_the_lower_words) {
+    EXPECT_EQ(line_of(WM_MOVE, 0x1234567890, -1), "Window Message WM_MOVE 0x34567890 0xffffffff\n");
+    EXPECT_EQ(line_of(WM_ENTERSIZEMOVE, 1, 2), "Window Message 0x00000231 0x00000001 0x00000002\n");
+    QX::debug_log_windows_messages = false;
+    EXPECT_EQ(line_of(WM_MOVE), "");
+}
+
+// Values by the system's numbers, at the ends of each run of the table and wherever two names
+// share a value.
+TEST_F(MessageNames, first_row_of_a_value_names_it) {
+    struct Row {
+        unsigned int message;
+        char const* name;
+    };
+    // clang-format off
+    constexpr Row rows[] = {
+        {0x001, "WM_CREATE"}, {0x002, "WM_DESTROY"}, {0x003, "WM_MOVE"}, {0x010, "WM_CLOSE"},
+        {0x012, "WM_QUIT"}, {0x01A, "WM_WININICHANGE"}, {0x019, "0x00000019"},
+        {0x024, "WM_GETMINMAXINFO"}, {0x026, "0x00000026"}, {0x032, "WM_SETHOTKEY"},
+        {0x046, "WM_WINDOWPOSCHANGING"}, {0x048, "WM_POWER"}, {0x04E, "WM_NOTIFY"},
+        {0x052, "WM_TCARD"}, {0x07C, "WM_STYLECHANGING"}, {0x07E, "WM_DISPLAYCHANGE"},
+        {0x07F, "WM_GETICON"}, {0x080, "WM_SETICON"}, {0x084, "WM_NCHITTEST"},
+        {0x0A9, "WM_NCMBUTTONDBLCLK"}, {0x100, "WM_KEYDOWN"}, {0x107, "WM_SYSDEADCHAR"},
+        {0x108, "0x00000108"}, {0x109, "WM_KEYLAST"}, {0x113, "WM_TIMER"},
+        {0x119, "0x00000119"}, {0x132, "WM_CTLCOLORMSGBOX"}, {0x138, "WM_CTLCOLORSTATIC"},
+        {0x200, "WM_MOUSEMOVE"}, {0x209, "WM_MBUTTONDBLCLK"}, {0x20A, "WM_MOUSEWHEEL"},
+        {0x212, "WM_EXITMENULOOP"}, {0x214, "WM_SIZING"}, {0x218, "WM_POWERBROADCAST"},
+        {0x219, "WM_DEVICECHANGE"}, {0x234, "WM_MDIREFRESHMENU"}, {0x2A3, "0x000002a3"},
+        {0x300, "WM_CUT"}, {0x312, "WM_HOTKEY"}, {0x317, "WM_PRINT"}, {0x318, "WM_PRINTCLIENT"},
+    };
+    // clang-format on
+    for (Row const& row : rows) EXPECT_EQ(name_of(row.message), row.name);
+}
+
+// 164 rows, seven names given twice, and WM_WININICHANGE and WM_SETTINGCHANGE of one value.
+TEST_F(MessageNames, hundred_and_fifty_six_values_have_a_name) {
+    int named = 0;
+    for (unsigned int message = 0; message <= 0xFFFF; ++message)
+        named += name_of(message).starts_with("WM_");
+    EXPECT_EQ(named, 156);
+}
+
+// --- Creation, with the system's call noted ------------------------------------------------------
+
+struct Creation {
+    DWORD style;
+    int x, y, width, height;
+    HMENU menu;
+};
+
+Creation creation;
+std::vector<HWND> registered;
+
+HWND WINAPI note_creation(
+    DWORD extended, wchar_t const* class_name, wchar_t const* title, DWORD style, int x, int y,
+    int width, int height, HWND parent, HMENU menu, HINSTANCE instance, void* parameter) {
+    EXPECT_EQ(extended, 0u);
+    EXPECT_STREQ(class_name, L"Class");
+    EXPECT_STREQ(title, L"Title");
+    EXPECT_EQ(parent, nullptr);
+    EXPECT_EQ(instance, reinterpret_cast<HINSTANCE>(0x77));
+    EXPECT_EQ(parameter, nullptr);
+    creation = {style, x, y, width, height, menu};
+    return nullptr;
+}
+
+BOOL WINAPI note_registration(HWND window, DWORD flags) {
+    EXPECT_EQ(flags, 0u);  // this session only
+    registered.push_back(window);
+    return FALSE;
+}
+
+BOOL WINAPI smaller_work_area(HMONITOR, MONITORINFO* info) {
+    info->rcWork = {100, 40, 900, 700};
+    return TRUE;
+}
+
+class WindowCreation : public testing::Test {
+protected:
+    WindowCreation()
+        : create_("CreateWindowExW", note_creation), monitor_("GetMonitorInfoW", smaller_work_area),
+          session_("WTSRegisterSessionNotification", note_registration) {
+        initialiser.class_name = L"Class";
+        initialiser.title = L"Title";
+        initialiser.instance = reinterpret_cast<HINSTANCE>(0x77);
+        initialiser.set_menu(reinterpret_cast<HMENU>(0x55));
+    }
+
+    Creation create(QX::Rectangle const& rectangle, unsigned int style, bool menu = false) {
+        initialiser.style = style;
+        QX::QXWindow window;
+        window.create(rectangle, initialiser, menu);
+        EXPECT_EQ(window.style(), style);
+        EXPECT_EQ(creation.style, style);
+        return creation;
+    }
+
+    QX::WindowInitialiser initialiser;
+
+private:
+    test::StandIn create_;
+    test::StandIn monitor_;
+    test::StandIn session_;
+};
+
+TEST_F(WindowCreation, overlapped_style_takes_the_rectangle_as_given) {
+    struct Row {
+        QX::Rectangle given;
+        int width, height;
+    };
+    constexpr Row rows[] = {
+        {{-50, 3000, 250, 3200}, 300, 200},
+        {{use_default, 10, 300, 200}, use_default, 190},
+        {{10, use_default, 300, 200}, 290, use_default},
+    };
+    for (Row const& row : rows) {
+        Creation const made = create(row.given, 0x00CF0000);
+        EXPECT_EQ(made.x, row.given.left);
+        EXPECT_EQ(made.y, row.given.top);
+        EXPECT_EQ(made.width, row.width);
+        EXPECT_EQ(made.height, row.height);
+    }
+}
+
+TEST_F(WindowCreation, any_other_style_takes_a_client_rectangle) {
+    for (unsigned int style : {0x00C70000u, 0x14C20000u, 0x90000000u, 0x10CF0000u}) {
+        for (bool menu : {false, true}) {
+            RECT outer = {200, 100, 520, 340};
+            AdjustWindowRect(&outer, style, menu);
+            Creation const made = create({200, 100, 520, 340}, style, menu);
+            EXPECT_EQ(made.x, 200);
+            EXPECT_EQ(made.y, 100);
+            EXPECT_EQ(made.width, outer.right - outer.left);
+            EXPECT_EQ(made.height, outer.bottom - outer.top);
+            EXPECT_EQ(made.menu, menu ? initialiser.menu : nullptr);
+        }
+    }
+}
+
+// The work area is 100, 40 to 900, 700; all four edges count as inside.
+TEST_F(WindowCreation, corner_outside_the_work_area_goes_to_its_corner) {
+    struct Row {
+        int left, top;
+        bool inside;
+    };
+    constexpr Row rows[] = {
+        {100, 40, true},  {900, 700, true},  {99, 40, false},      {901, 40, false},
+        {100, 39, false}, {100, 701, false}, {-5000, 9000, false},
+    };
+    for (Row const& row : rows) {
+        Creation const made =
+            create({row.left, row.top, row.left + 64, row.top + 48}, caption_style);
+        EXPECT_EQ(made.x, row.inside ? row.left : 100) << row.left;
+        EXPECT_EQ(made.y, row.inside ? row.top : 40) << row.top;
+    }
+}
+
+TEST_F(WindowCreation, session_messages_are_asked_for_even_after_failure) {
+    registered.clear();
+    create({0, 0, 10, 10}, caption_style);
+    EXPECT_EQ(registered, std::vector<HWND>{nullptr});
+}
+
+TEST_F(WindowCreation, menu_counts_only_if_there_is_one) {
+    Creation const without = create({200, 100, 520, 340}, caption_style);
+    initialiser.set_menu(nullptr);
+    Creation const asked = create({200, 100, 520, 340}, caption_style, true);
+    EXPECT_EQ(asked.height, without.height);
+}
+
+// --- Real windows --------------------------------------------------------------------------------
+
+QX::Rectangle client_of(QX::QXWindow const& window) {
+    QX::Rectangle rectangle;
+    window.get_client_rect(rectangle);
+    return rectangle;
+}
+
+TEST(Window, lives_from_create_to_destroy) {
+    Host host;
+    EXPECT_FALSE(host.window.valid());
+    EXPECT_FALSE(host.window.QXWindowPlatform::valid());
+    ASSERT_TRUE(host.open({50, 60, 450, 360}));
+    EXPECT_EQ(client_of(host.window).right, 400);
+    EXPECT_EQ(client_of(host.window).bottom, 300);
+    EXPECT_TRUE(host.window.is_visible());
+    EXPECT_FALSE(host.window.is_iconic());
+
+    host.window.destroy();
+    EXPECT_FALSE(host.window.valid());
+    EXPECT_TRUE(host.window.QXWindowPlatform::valid());
+    host.window.destroy();
+}
+
+TEST(Window, creation_failure_shows_in_valid_alone) {
+    Host host;
+    host.initialiser.class_name = L"No such class";
+    EXPECT_FALSE(host.open());
+    EXPECT_EQ(host.hwnd(), nullptr);
+    host.window.show_window(SW_SHOW);
+    host.window.restore_window();
+}
+
+int destroyed = 0;
+
+BOOL WINAPI note_destroy(HWND) {
+    ++destroyed;
+    return TRUE;
+}
+
+TEST(Window, of_another_process_is_neither_valid_nor_destroyed) {
+    test::StandIn const call("DestroyWindow", note_destroy);
+    QX::QXWindow foreign;
+    foreign.set_hwnd(GetDesktopWindow());
+    EXPECT_TRUE(IsWindow(foreign.get_hwnd()));
+    EXPECT_FALSE(foreign.valid());
+    foreign.destroy();
+    EXPECT_EQ(destroyed, 0);
+}
+
+TEST(Window, copies_share_window_and_handler_but_not_the_style) {
+    Host host;
+    ASSERT_TRUE(host.open());
+    QX::QXWindow copy(host.window);
+    EXPECT_TRUE(copy == host.window);
+    EXPECT_EQ(copy.event_handler(), &host.handler);
+    EXPECT_EQ(copy.style(), 0u);
+    EXPECT_FALSE(copy == QX::QXWindow(&host.handler));
+    QX::QXWindow const from_initialiser(host.initialiser);
+    EXPECT_EQ(from_initialiser.get_hwnd(), nullptr);
+    EXPECT_EQ(from_initialiser.event_handler(), nullptr);
+}
+
+TEST(Window, styles_swap_between_windowed_and_full_screen) {
+    Host host;
+    ASSERT_TRUE(host.open());
+    SetWindowLongW(host.hwnd(), GWL_EXSTYLE, WS_EX_TOOLWINDOW);
+    host.window.set_fullscreen_style();
+    EXPECT_EQ(GetWindowLongW(host.hwnd(), GWL_STYLE) & WS_CAPTION, 0);
+    EXPECT_EQ(host.window.style(), 0x90000000);
+
+    host.window.set_window_pos(true, 0, 0, 0, 0, SWP_NOSIZE | SWP_NOMOVE);
+    EXPECT_TRUE(GetWindowLongW(host.hwnd(), GWL_EXSTYLE) & WS_EX_TOPMOST);
+    host.window.set_windowed_style(true);
+    EXPECT_EQ(GetWindowLongW(host.hwnd(), GWL_EXSTYLE) & (WS_EX_TOPMOST | WS_EX_TOOLWINDOW), 0);
+    EXPECT_TRUE(GetWindowLongW(host.hwnd(), GWL_STYLE) & WS_CAPTION);
+    EXPECT_EQ(host.window.style(), caption_style);
+    host.window.set_windowed_style(false);
+    EXPECT_EQ(host.window.style(), 0x90000000);
+}
+
+TEST(Window, rectangles_are_the_systems) {
+    Host host(0x90000000);
+    ASSERT_TRUE(host.open({10, 20, 210, 120}));
+    host.window.move_window(30, 40, 250, 150, true);
+    QX::Rectangle rectangle;
+    host.window.get_window_rect(rectangle);
+    EXPECT_EQ(rectangle.left, 30);
+    EXPECT_EQ(rectangle.bottom, 190);
+    host.window.get_display_rect(rectangle);
+    EXPECT_EQ(rectangle.left, 0);
+    EXPECT_EQ(rectangle.right, 250);
+
+    unsigned int width = 0;
+    unsigned int height = 0;
+    QX::QXWindow::primary_display_size(width, height);
+    host.window.get_monitor_rect(rectangle);
+    EXPECT_EQ(rectangle.right - rectangle.left, static_cast<int>(width));
+    EXPECT_EQ(rectangle.bottom - rectangle.top, static_cast<int>(height));
+    EXPECT_TRUE(host.window.on_monitor(MonitorFromPoint({40, 50}, MONITOR_DEFAULTTONULL)));
+    EXPECT_FALSE(host.window.on_monitor(nullptr));
+    EXPECT_TRUE(QX::QXWindow::window_from_point(40, 50) == host.window);
+}
+
+TEST(Window, client_rectangles_grow_by_the_style) {
+    Host host(0x90000000);
+    ASSERT_TRUE(host.open());
+    RECT outer = {0, 0, 100, 100};
+    AdjustWindowRect(&outer, caption_style, TRUE);
+    QX::Rectangle rectangle = {0, 0, 100, 100};
+    host.window.adjust_window_rect_current_style(rectangle, false);
+    EXPECT_EQ(rectangle.right, 100);
+    host.window.adjust_window_rect_windowed_style(rectangle, true);
+    EXPECT_EQ(rectangle.top, outer.top);
+    EXPECT_EQ(rectangle.right, outer.right);
+}
+
+TEST(Window, failed_queries_leave_the_rectangle) {
+    QX::QXWindow const window;
+    QX::Rectangle rectangle = {1, 2, 3, 4};
+    window.get_client_rect(rectangle);
+    window.get_window_rect(rectangle);
+    window.get_display_rect(rectangle);
+    EXPECT_EQ(rectangle.left, 1);
+    EXPECT_EQ(rectangle.bottom, 4);
+}
+
+UINT shown_command(Host const& host) {
+    WINDOWPLACEMENT placement = {};
+    placement.length = sizeof placement;
+    GetWindowPlacement(host.hwnd(), &placement);
+    return placement.showCmd;
+}
+
+// The test is of one bit, which the maximised state has too.
+TEST(Window, restoring_ends_both_the_minimised_and_the_maximised_state) {
+    Host host(0x10CF0000);
+    ASSERT_TRUE(host.open());
+    for (int command : {SW_MINIMIZE, SW_MAXIMIZE}) {
+        host.window.show_window(command);
+        EXPECT_NE(shown_command(host), UINT{SW_SHOWNORMAL});
+        EXPECT_EQ(host.window.is_iconic(), command == SW_MINIMIZE);
+        host.window.restore_window();
+        EXPECT_EQ(shown_command(host), UINT{SW_SHOWNORMAL});
+    }
+}
+
+FLASHWINFO flashed;
+
+BOOL WINAPI note_flash(FLASHWINFO* info) {
+    flashed = *info;
+    return TRUE;
+}
+
+LONG WINAPI note_display(DEVMODEW* mode, DWORD flags) {
+    EXPECT_EQ(mode, nullptr);
+    return static_cast<LONG>(destroyed = static_cast<int>(flags));
+}
+
+TEST(Window, flash_and_display_calls_go_out_as_told) {
+    test::StandIn const flash("FlashWindowEx", note_flash);
+    test::StandIn const display("ChangeDisplaySettingsW", note_display);
+    QX::QXWindow window;
+    window.set_hwnd(reinterpret_cast<HWND>(0x10));
+    window.flash_notify();
+    EXPECT_EQ(flashed.hwnd, window.get_hwnd());
+    EXPECT_EQ(flashed.dwFlags, 14u);
+    EXPECT_EQ(flashed.uCount + flashed.dwTimeout, 0u);
+    window.change_display_settings(4);
+    EXPECT_EQ(destroyed, 4);
+}
+
+TEST(Window, menu_comes_with_create_and_goes_when_removed) {
+    Host host;
+    host.initialiser.set_menu(CreateMenu());
+    AppendMenuW(host.initialiser.menu, MF_STRING, 1, L"Item");
+    ASSERT_TRUE(host.open({50, 60, 450, 360}, true));
+    EXPECT_TRUE(host.window.has_menu());
+    host.window.remove_debug_menu();
+    EXPECT_FALSE(host.window.has_menu());
+    DestroyMenu(host.initialiser.menu);
+}
+
+// --- Real events ---------------------------------------------------------------------------------
+
+TEST(WindowEvents, focus_moves_between_two_windows) {
+    Host first;
+    Host second;
+    ASSERT_TRUE(first.open_in_front());
+    EXPECT_EQ(first.handler.count("activate_app true"), 1);
+    EXPECT_TRUE(first.window.is_focused());
+    first.handler.calls.clear();
+
+    ASSERT_TRUE(second.open_in_front());
+    EXPECT_EQ(first.handler.count("activate false"), 1);
+    EXPECT_EQ(first.handler.count("activate_app false"), 0);
+    EXPECT_GE(second.handler.count("activate true"), 1);
+    EXPECT_TRUE(second.window.is_focused());
+    EXPECT_FALSE(first.window.is_focused());
+}
+
+TEST(WindowEvents, sizes_and_heights_go_through_the_handler) {
+    Host host(0x10CF0000);
+    host.handler.max_height = 333;
+    host.handler.max_track_height = 222;
+    ASSERT_TRUE(host.open());
+    EXPECT_GE(host.handler.count("get_min_max_info"), 1);
+    host.handler.calls.clear();
+    host.window.move_window(10, 10, 300, 900, false);
+    EXPECT_EQ(host.handler.count("resize 0"), 1);
+    QX::Rectangle rectangle;
+    host.window.get_window_rect(rectangle);
+    EXPECT_EQ(rectangle.bottom - rectangle.top, 222);
+    host.window.show_window(SW_MINIMIZE);
+    EXPECT_EQ(host.handler.count("resize 1"), 1);
+}
+
+TEST(WindowEvents, handled_messages_do_not_reach_the_system) {
+    Host host(0x10CF0000);
+    ASSERT_TRUE(host.open());
+    host.handler.answer = true;
+    SendMessageW(host.hwnd(), WM_SYSCOMMAND, SC_MINIMIZE, 0);
+    EXPECT_FALSE(host.window.is_iconic());
+    host.handler.answer = false;
+    SendMessageW(host.hwnd(), WM_SYSCOMMAND, SC_MINIMIZE, 0);
+    EXPECT_TRUE(host.window.is_iconic());
+}
+
+TEST(WindowEvents, debug_key_knows_whether_control_is_down) {
+    Host host;
+    ASSERT_TRUE(host.open_in_front());
+    auto const press = [&](unsigned short code, unsigned short key, char const* call) {
+        test::send_key(code, true, key);
+        EXPECT_TRUE(test::pump_until([&] { return host.handler.count(call) == 1; })) << call;
+        test::send_key(code, false, key);
+    };
+    press(0x1E, 'A', "debug_key 65 false");
+    test::send_key(0x1D, true, VK_CONTROL);
+    press(0x30, 'B', "debug_key 66 true");
+    test::send_key(0x1D, false, VK_CONTROL);
+}
+
+TEST(WindowEvents, repaint_follows_invalidation) {
+    Host host;
+    ASSERT_TRUE(host.open_in_front());
+    int paints = 0;
+    int erases = 0;
+    host.window.update_window();
+    host.on_message = [&](UINT message, WPARAM, LPARAM) {
+        paints += message == WM_PAINT;
+        erases += message == WM_ERASEBKGND;
+    };
+    host.window.update_window();
+    EXPECT_EQ(paints, 0);
+    host.window.invalidate();
+    host.window.update_window();
+    EXPECT_EQ(paints, 1);
+    EXPECT_EQ(erases, 0);
+}
+
+}  // namespace
