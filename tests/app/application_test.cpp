@@ -4,6 +4,7 @@
 
 #include "qx/app/window.h"
 #include "qx/base/windows.h"
+#include "tests/app/host.h"
 #include "tests/harness/stand_in.h"
 
 #include <type_traits>
@@ -13,7 +14,7 @@ namespace {
 
 using Messages = std::vector<unsigned int>;
 
-Messages dispatched;
+Messages dispatched = test::roomy<unsigned int>();
 LRESULT(WINAPI* system_dispatch)(MSG const*);
 
 LRESULT WINAPI note_dispatch(MSG const* message) {

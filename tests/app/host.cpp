@@ -9,7 +9,7 @@ namespace {
 constexpr wchar_t const class_name[] = L"QXAppTest";
 
 Host* current = nullptr;
-std::vector<Host*> hosts;
+std::vector<Host*> hosts = roomy<Host*>();
 
 Host* find_host(HWND hwnd) {
     for (Host* host : hosts) {

@@ -68,6 +68,14 @@ bool pump_until(std::function<bool()> const& done, unsigned int ms = 3000);
 void send_key(unsigned short scan_code, bool down, unsigned short virtual_key = 0);
 void send_mouse(unsigned long flags, int x = 0, int y = 0, int data = 0);
 
+// A list that a case may fill without leaving a block behind.
+template <typename T>
+std::vector<T> roomy() {
+    std::vector<T> list;
+    list.reserve(200);
+    return list;
+}
+
 // Runs one disabled case of this program in a process of its own; its exit code.
 unsigned long run_child(std::string const& name);
 

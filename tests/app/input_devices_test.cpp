@@ -10,7 +10,6 @@
 #include <dinput.h>
 
 #include <cstring>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -21,14 +20,16 @@ using QX::HARDWARE_CONTROLLER_STATE;
 
 // --- Scripted devices ----------------------------------------------------------------------------
 
-Calls calls;                                           // of all devices, in order
-std::deque<std::pair<std::string, HRESULT>> failures;  // the next call of that name fails so
+Calls calls = test::roomy<std::string>();  // of all devices, in order
+
+using Failure = std::pair<std::string, HRESULT>;
+std::vector<Failure> failures = test::roomy<Failure>();  // the next call of that name fails so
 
 HRESULT answer(std::string const& call) {
     calls.push_back(call);
     if (failures.empty() || failures.front().first != call) return DI_OK;
     HRESULT const result = failures.front().second;
-    failures.pop_front();
+    failures.erase(failures.begin());
     return result;
 }
 
@@ -152,7 +153,10 @@ protected:
         window_.set_hwnd(reinterpret_cast<HWND>(0x99));
         QX::on_app_focus_change(true);
     }
-    ~ScriptedDevices() override { QX::release_hardware_controllers(); }
+    ~ScriptedDevices() override {
+        QX::release_hardware_controllers();
+        calls.clear();
+    }
 
     bool acquire_all() {
         calls.clear();
@@ -432,7 +436,7 @@ TEST_F(ScriptedDevices, reading_after_release_ages_the_keys) {
 // --- The optional extension ----------------------------------------------------------------------
 
 DWORD major_version, minor_version;
-Calls asked;
+Calls asked = test::roomy<std::string>();
 HWND prepared = nullptr;
 
 BOOL WINAPI give_version(OSVERSIONINFOW* version) {
@@ -458,6 +462,8 @@ FARPROC WINAPI give_entry(HMODULE, char const* name) {
 
 class TouchExtension : public ScriptedDevices {
 protected:
+    ~TouchExtension() override { asked.clear(); }
+
     void look(DWORD major, DWORD minor) {
         test::StandIn const version("GetVersionExW", give_version);
         test::StandIn const load("LoadLibraryA", load_extension);

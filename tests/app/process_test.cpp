@@ -22,7 +22,7 @@ TEST(Process, language_is_always_english) {
     EXPECT_STREQ(QX::choose_language().c_str(), "en");
 }
 
-std::wstring module_name;
+std::wstring_view module_name;
 
 DWORD WINAPI give_module_name(HMODULE module, wchar_t* out, DWORD size) {
     EXPECT_EQ(module, nullptr);
@@ -47,7 +47,8 @@ TEST(Process, module_filename_is_the_executable_in_utf8) {
 // Older systems fill the whole buffer and leave no terminator.
 TEST(Process, module_filename_is_cut_at_the_buffer) {
     test::StandIn const call("GetModuleFileNameW", give_module_name);
-    module_name.assign(5000, L'x');
+    std::wstring const name(5000, L'x');
+    module_name = name;
     EXPECT_EQ(QX::get_module_filename().length(), 4095u);
 }
 

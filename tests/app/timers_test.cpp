@@ -26,7 +26,7 @@ struct Tick {
     unsigned int time;
 };
 
-std::vector<Tick> ticks;
+std::vector<Tick> ticks = test::roomy<Tick>();
 int other_ticks = 0;
 
 void note_tick(QX::QXWindow* window, unsigned int message, unsigned int id, unsigned int time) {
@@ -82,8 +82,8 @@ TEST(Timers, callback_may_kill_its_own_timer) {
 
 using Callback = QX::TimerCallback;
 
-unsigned int next_id = 0;          // what the system answers
-std::vector<unsigned int> killed;  // what it was told to end
+unsigned int next_id = 0;                                        // what the system answers
+std::vector<unsigned int> killed = test::roomy<unsigned int>();  // what it was told to end
 TIMERPROC procedure = nullptr;
 
 UINT_PTR WINAPI give_id(HWND window, UINT_PTR, UINT, TIMERPROC called) {
@@ -210,7 +210,6 @@ protected:
     TimerTable() : set_("SetTimer", give_id), kill_("KillTimer", note_kill) {
         QX::kill_timer(0);  // makes the table
         killed.clear();
-        killed.reserve(8);  // noting a kill takes no block
     }
 
     void set(unsigned int asked, unsigned int given, int callback) {
@@ -311,7 +310,8 @@ TEST(Timers, releasing_before_first_use_does_nothing) {
 
 // --- The multimedia timer ------------------------------------------------------------------------
 
-std::vector<std::pair<char, UINT>> period_calls;
+using PeriodCall = std::pair<char, UINT>;
+std::vector<PeriodCall> period_calls = test::roomy<PeriodCall>();
 
 UINT WINAPI note_begin(UINT period) {
     period_calls.push_back({'b', period});
@@ -330,7 +330,7 @@ TEST(Timers, periods_pass_straight_to_the_system) {
     QX::timeEndPeriod(5);
     QX::timeBeginPeriod(1);
     QX::timeBeginPeriod(1);
-    std::vector<std::pair<char, UINT>> const calls = {{'e', 5}, {'b', 1}, {'b', 1}};
+    std::vector<PeriodCall> const calls = {{'e', 5}, {'b', 1}, {'b', 1}};
     EXPECT_EQ(period_calls, calls);
 }
 

@@ -141,7 +141,7 @@ TEST(Window, without_a_handler_every_call_answers_false) {
 
 // --- The debugger line ---------------------------------------------------------------------------
 
-std::string debug_line;
+std::string debug_line(100, ' ');
 
 void WINAPI note_line(char const* line) {
     debug_line = line;
@@ -221,7 +221,7 @@ struct Creation {
 };
 
 Creation creation;
-std::vector<HWND> registered;
+std::vector<HWND> registered = test::roomy<HWND>();
 
 HWND WINAPI note_creation(
     DWORD extended, wchar_t const* class_name, wchar_t const* title, DWORD style, int x, int y,
