@@ -44,6 +44,7 @@
 #include "qx/tasks/thread.h"
 #include "qx/text/basic_string.h"
 #include "qx/text/convert.h"
+#include "qx/text/format.h"
 #include "qx/text/match.h"
 #include "qx/text/parse.h"
 #include "qx/text/string.h"
