@@ -18,7 +18,7 @@ void check(Text const& text) {
 template <typename Text, typename Unit>
 void format_all(Unit const* format, std::size_t length, Text const& string) {
     check(Text::format(string));
-    check(QX::format_typed(QX::FormatText<Unit>(format), {}));
+    check(QX::format_typed<Unit>(format, {}));
     check(Text::format(format, -7, 1.5f, string));
     check(Text::format(format, string, 3e38f, 7u, 'c'));
     check(Text::format(format, "text", -1ll, string.c_str(), ~0ull, 1e-40f));

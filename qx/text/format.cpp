@@ -201,19 +201,20 @@ void append_all(StringWriter<Unit>& out, FormatReader<Unit>& reader) {
 }
 
 template <typename Unit>
-TextOf<Unit>
-format_list(FormatText<Unit> format, std::initializer_list<FormatArgument<Unit>> arguments) {
+TextOf<Unit> format_list(
+    Unit const* format, unsigned int length, FormatArgument<Unit> const* arguments,
+    unsigned int count) {
     TextOf<Unit> result;
     result.reserve(first_capacity);
     StringWriter<Unit> out(result);
-    FormatReader<Unit> reader = read_typed(format.data(), format.length());
-    for (FormatArgument<Unit> const& argument : arguments) {
+    FormatReader<Unit> reader = read_typed(format, length);
+    for (unsigned int i = 0; i < count; ++i) {
         Unit letter = 0;
-        Step const step = append_next(out, reader, argument, letter);
+        Step const step = append_next(out, reader, arguments[i], letter);
         if (step == Step::done) continue;
         out.close();
         if (step == Step::bad_letter && show_format_errors)
-            result = error_message(letter, argument.type);
+            result = error_message(letter, arguments[i].type);
         return result;
     }
     append_all(out, reader);
@@ -330,21 +331,23 @@ QX_BOTH_WIDTHS(wchar_t)
 
 using namespace formatting;
 
-String
-format_typed(FormatText<char> format, std::initializer_list<FormatArgument<char>> arguments) {
-    return format_list(format, arguments);
+String format_arguments(
+    char const* format, unsigned int length, FormatArgument<char> const* arguments,
+    unsigned int count) {
+    return format_list(format, length, arguments, count);
 }
 
-UniString
-format_typed(FormatText<wchar_t> format, std::initializer_list<FormatArgument<wchar_t>> arguments) {
-    return format_list(format, arguments);
+UniString format_arguments(
+    wchar_t const* format, unsigned int length, FormatArgument<wchar_t> const* arguments,
+    unsigned int count) {
+    return format_list(format, length, arguments, count);
 }
 
 // --- The members, the same in both widths --------------------------------------------------------
 
 #define QX_FORMAT_MEMBERS(Text, Unit)                                                              \
     Text Text::format(Text const& format) {                                                        \
-        return format_list<Unit>(format, {});                                                      \
+        return format_list<Unit>(format.data(), format.length(), nullptr, 0);                      \
     }                                                                                              \
     void Text::parse_format_arguments(                                                             \
         Text const& format, Unit& ch, unsigned short& position, short& precision, char& sign,      \

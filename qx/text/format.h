@@ -161,19 +161,29 @@ public:
 };
 
 // The typed form with its arguments in a list.
-QX_API String
-format_typed(FormatText<char> format, std::initializer_list<FormatArgument<char>> arguments);
-QX_API UniString
-format_typed(FormatText<wchar_t> format, std::initializer_list<FormatArgument<wchar_t>> arguments);
+QX_API String format_arguments(
+    char const* format, unsigned int length, FormatArgument<char> const* arguments,
+    unsigned int count);
+QX_API UniString format_arguments(
+    wchar_t const* format, unsigned int length, FormatArgument<wchar_t> const* arguments,
+    unsigned int count);
+
+template <typename Unit>
+auto format_typed(FormatText<Unit> format, std::initializer_list<FormatArgument<Unit>> arguments) {
+    return format_arguments(
+        format.data(), format.length(), arguments.begin(),
+        static_cast<unsigned int>(arguments.size()));
+}
 
 template <typename First, typename... Rest>
 String String::format(FormatText<char> format, First const& first, Rest const&... rest) {
-    return format_typed(format, {FormatArgument<char>(first), FormatArgument<char>(rest)...});
+    return format_typed<char>(format, {FormatArgument<char>(first), FormatArgument<char>(rest)...});
 }
 
 template <typename First, typename... Rest>
 UniString UniString::format(FormatText<wchar_t> format, First const& first, Rest const&... rest) {
-    return format_typed(format, {FormatArgument<wchar_t>(first), FormatArgument<wchar_t>(rest)...});
+    return format_typed<wchar_t>(
+        format, {FormatArgument<wchar_t>(first), FormatArgument<wchar_t>(rest)...});
 }
 
 }  // namespace QX

@@ -277,10 +277,9 @@ std::string format_values(std::string const& format, std::vector<Value> const& v
     for (int i = 0; i < 3; ++i)
         for (char c : values[static_cast<std::size_t>(i)].characters)
             own[i] += static_cast<Unit>(c);
-    return narrow(QX::format_typed(
-        QX::FormatText<Unit>(spelled.c_str()),
-        {argument<Unit>(values[0], own[0]), argument<Unit>(values[1], own[1]),
-         argument<Unit>(values[2], own[2])}));
+    return narrow(QX::format_typed<Unit>(
+        spelled.c_str(), {argument<Unit>(values[0], own[0]), argument<Unit>(values[1], own[1]),
+                          argument<Unit>(values[2], own[2])}));
 }
 
 TEST(Format, follows_the_grammar_on_random_formats) {
