@@ -11,8 +11,7 @@ namespace formatting {
 
 namespace {
 
-// A conversion counts in 8 bits here. `position` of the public pieces has 16, so that is all the
-// format that there is.
+// Positions have 16 bits in the public pieces: nothing of a format lies beyond.
 constexpr unsigned int last_position = 65535;
 
 template <typename Unit>
@@ -20,6 +19,7 @@ FormatReader<Unit> read_typed(Unit const* text, unsigned int length) {
     return {text, length < last_position ? length : last_position};
 }
 
+// Width and precision count in 8 bits here, in 16 in the untyped form.
 template <typename Unit>
 QX_ALWAYS_INLINE Conversion<Unit> parse_typed(FormatReader<Unit>& reader) {
     return parse_conversion<unsigned char, signed char>(reader);
@@ -95,24 +95,29 @@ bool append_integer(
 }
 
 template <typename Unit>
-bool append_text(
-    StringWriter<Unit>& out, Conversion<Unit> const& conversion,
-    FormatArgument<Unit> const& argument) {
-    if (argument.type == FormatType::own_string) {
-        if (!is_text(conversion.letter)) return false;
-        auto const& text = *static_cast<BASIC_STRING<Unit> const*>(argument.pointer);
-        out.put_text(text.data(), text.length(), conversion.width, conversion.left_justify);
-        return true;
+bool append_pointer(StringWriter<Unit>& out, Unit letter, void const* pointer) {
+    char const* const digits = pointer_digits(letter);
+    if (digits) put_pointer(out, reinterpret_cast<unsigned long long>(pointer), digits);
+    return digits != nullptr;
+}
+
+template <typename Unit>
+bool append_string(
+    StringWriter<Unit>& out, Conversion<Unit> const& conversion, BASIC_STRING<Unit> const& text) {
+    if (!is_text(conversion.letter)) return false;
+    out.put_text(text.data(), text.length(), conversion.width, conversion.left_justify);
+    return true;
+}
+
+// Terminated text ignores width and justification.
+template <typename Unit, typename Own>
+bool append_terminated(StringWriter<Unit>& out, Unit letter, Own const* text) {
+    if (!is_text(letter) && letter != 'C') return false;
+    if constexpr (sizeof(Own) == sizeof(Unit)) {
+        out.put_text(text, CHAR_TRAITS<Unit>::length(text));
+    } else {
+        put_converted(out, text, 0, false);
     }
-    if (!is_text(conversion.letter) && conversion.letter != 'C') return false;
-    // Terminated text ignores width and justification.
-    if (sizeof(Unit) > 1 && argument.type == FormatType::narrow_text) {
-        if constexpr (sizeof(Unit) > 1)
-            put_converted(out, static_cast<char const*>(argument.pointer), 0, false);
-        return true;
-    }
-    Unit const* const text = static_cast<Unit const*>(argument.pointer);
-    out.put_text(text, CHAR_TRAITS<Unit>::length(text));
     return true;
 }
 
@@ -136,18 +141,20 @@ bool append_converted(
     case FormatType::card32:
     case FormatType::int64:
     case FormatType::card64: return append_integer(out, conversion, argument);
-    case FormatType::pointer: {
-        char const* const digits = pointer_digits(conversion.letter);
-        if (digits) put_pointer(out, static_cast<unsigned long long>(argument.integer), digits);
-        return digits != nullptr;
-    }
+    case FormatType::pointer: return append_pointer(out, conversion.letter, argument.pointer);
     case FormatType::float32:
         if (conversion.letter != 'f') return false;
         put_float(out, conversion, argument.real);
         return true;
-    case FormatType::narrow_text:
     case FormatType::own_string:
-    case FormatType::wide_text: return append_text(out, conversion, argument);
+        return append_string(
+            out, conversion, *static_cast<BASIC_STRING<Unit> const*>(argument.pointer));
+    case FormatType::narrow_text:
+        return append_terminated(
+            out, conversion.letter, static_cast<char const*>(argument.pointer));
+    case FormatType::wide_text:
+        return append_terminated(
+            out, conversion.letter, static_cast<wchar_t const*>(argument.pointer));
     case FormatType::narrow_unit:
     case FormatType::wide_unit: return append_unit(out, conversion, argument);
     }
