@@ -122,10 +122,10 @@ TEST(Arena, joins_free_neighbours_on_both_sides) {
 TEST(Arena, gives_the_top_back_above_two_megabytes) {
     Blocks blocks;
     unsigned long long const before = statistics().footprint;
-    for (int i = 0; i < 64; ++i) blocks.add(100000);
+    for (int i = 0; i < 400; ++i) blocks.add(16000);
     unsigned long long const most = statistics().footprint;
-    EXPECT_GE(most, before + 6400000);
-    for (unsigned int i = 64; i-- > 0;) blocks.drop(i);
+    EXPECT_GE(most, before + 5500000);
+    for (unsigned int i = 400; i-- > 0;) blocks.drop(i);
     EXPECT_LT(statistics().footprint, most - 3000000);
     EXPECT_GE(statistics().peak_footprint, most);
     EXPECT_TRUE(validate());
