@@ -9,7 +9,8 @@ import re
 import sys
 
 FLOORS = [
-    ["base/export", "base/compiler", "base/windows", "base/rectangle", "base/hash"],
+    ["base/export", "base/compiler > base/block_scan", "base/windows", "base/rectangle",
+     "base/hash"],
     ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex",
      "tasks/guard"],
     ["memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 
+#include "qx/base/block_scan_impl.h"
 #include "qx/base/compiler.h"
 
 namespace QX {
@@ -43,7 +44,6 @@ enum Start : unsigned char {
 
 struct CharacterClasses {
     std::array<Start, 256> start{};
-    std::array<bool, 256> in_identifier{};
     std::array<unsigned char, 256> hex{};  // the digit's value, 16 where it is none
 
     constexpr void begin_with(char const* characters, Start kind) {
@@ -64,9 +64,6 @@ struct CharacterClasses {
         begin_with("'", start_single_quote);
         begin_with("0123456789", start_digit);
         begin_with("_ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", start_letter);
-        for (unsigned int c = 0; c < 256; ++c) {
-            in_identifier[c] = start[c] == start_letter || start[c] == start_digit;
-        }
         for (unsigned char i = 0; i < 10; ++i) hex['0' + i] = i;
         for (unsigned char i = 0; i < 6; ++i) hex['a' + i] = hex['A' + i] = 10 + i;
     }
@@ -84,6 +81,36 @@ bool is_digit(char c) {
 
 bool is_blank(char c) {
     return c == ' ' || c == '\t';
+}
+
+// The end of an identifier that has begun before `at`.
+char* identifier_end(char* at) {
+    return block_scan::find(at, [](__m128i bytes) {
+        __m128i const lower = block_scan::either(bytes, _mm_set1_epi8(0x20));
+        __m128i const letters = block_scan::between(lower, 'a', 'z');
+        __m128i const digits = block_scan::between(bytes, '0', '9');
+        __m128i const inside =
+            block_scan::either(block_scan::either(letters, digits), block_scan::equal(bytes, '_'));
+        return block_scan::equal(inside, 0);
+    });
+}
+
+// The next `quote`, or the terminator, or with `escapes` a backslash.
+char* quoted_end(char* at, char quote, bool escapes) {
+    char const third = escapes ? '\\' : quote;
+    return block_scan::find(at, [=](__m128i bytes) {
+        return block_scan::either(
+            block_scan::either(block_scan::equal(bytes, quote), block_scan::equal(bytes, 0)),
+            block_scan::equal(bytes, third));
+    });
+}
+
+char* line_end_of(char* at) {
+    return block_scan::find(at, [](__m128i bytes) {
+        return block_scan::either(
+            block_scan::either(block_scan::equal(bytes, '\n'), block_scan::equal(bytes, '\r')),
+            block_scan::equal(bytes, 0));
+    });
 }
 
 // The length of an operator that starts with a doubling character: <, <=, <<, <<=.
@@ -121,7 +148,7 @@ QX_ALWAYS_INLINE TOKENISER_TOKEN_TYPE Tokeniser::scan(char* at) {
         return TTT_SYMBOL;
     };
     switch (classes.start[code(*at)]) {
-    case start_end: return TTT_END;
+    case start_end: cursor_ = at; return TTT_END;
     case start_blank:
         do ++at;
         while (is_blank(*at));
@@ -131,11 +158,7 @@ QX_ALWAYS_INLINE TOKENISER_TOKEN_TYPE Tokeniser::scan(char* at) {
         // The two line characters differ in these bits, so either finds its partner.
         cursor_ = at + (at[1] == (*at ^ '\n' ^ '\r') ? 2 : 1);
         return TTT_EOL;
-    case start_letter:
-        do ++at;
-        while (classes.in_identifier[code(*at)]);
-        cursor_ = at;
-        return TTT_IDENTIFIER;
+    case start_letter: cursor_ = identifier_end(at + 1); return TTT_IDENTIFIER;
     case start_digit: return scan_number(at);
     case start_assign: return symbol(at[1] == '=' ? 2 : 1);
     case start_plus: return symbol(at[1] == '+' || at[1] == '=' ? 2 : 1);
@@ -150,12 +173,11 @@ QX_ALWAYS_INLINE TOKENISER_TOKEN_TYPE Tokeniser::scan(char* at) {
 
 // Skipped tokens are never seen by the caller, so only the last one is terminated.
 QX_ALWAYS_INLINE TOKENISER_TOKEN_TYPE Tokeniser::next_past(unsigned int skipped) {
-    *cursor_ = saved_char_;
-    TOKENISER_TOKEN_TYPE type;
-    do {
-        token_ = cursor_;
-        type = scan(cursor_);
-    } while (bit(type) & skipped);
+    char* at = cursor_;
+    *at = saved_char_;
+    TOKENISER_TOKEN_TYPE type = scan(at);
+    while (bit(type) & skipped) type = scan(at = cursor_);
+    token_ = at;
     saved_char_ = *cursor_;
     *cursor_ = 0;
     return type;
@@ -191,7 +213,7 @@ TOKENISER_TOKEN_TYPE Tokeniser::next_non_whitespace_non_eol() {
 
 TOKENISER_TOKEN_TYPE Tokeniser::scan_slash(char* at) {
     if (at[1] == '/') {
-        cursor_ = at + std::strcspn(at, "\n\r");
+        cursor_ = line_end_of(at + 2);
         return TTT_SLASH_SLASH_COMMENT;
     }
     if (at[1] == '*') {
@@ -205,11 +227,8 @@ TOKENISER_TOKEN_TYPE Tokeniser::scan_slash(char* at) {
 
 TOKENISER_TOKEN_TYPE Tokeniser::scan_quoted_string(char* at, char quote) {
     bool const escapes = options_ & TPO_BACKSLASH_ESCAPES;
-    ++at;
-    while (*at && *at != quote) {
-        if (escapes && *at == '\\' && at[1]) ++at;
-        ++at;
-    }
+    at = quoted_end(at + 1, quote, escapes);
+    while (escapes && *at == '\\') at = quoted_end(at + (at[1] ? 2 : 1), quote, escapes);
     cursor_ = at + (*at == quote);
     return TTT_QUOTED_STRING;
 }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "qx/base/block_scan_impl.h"
+#include "qx/base/compiler.h"
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"
 #include "qx/files/file_streams.h"
@@ -18,9 +20,8 @@ namespace {
 // What a character ends, as bits. The terminator ends everything.
 enum Ends : unsigned char {
     ends_blanks = 1,          // anything but white space
-    ends_content = 2,         // '<' '&'
-    ends_attribute_name = 4,  // '=' and white space
-    ends_element_name = 8,    // '/' '>' and white space
+    ends_attribute_name = 2,  // '=' and white space
+    ends_element_name = 4,    // '/' '>' and white space
 };
 
 constexpr bool is_blank(char c) {
@@ -32,8 +33,7 @@ constexpr std::array<unsigned char, 256> make_ends() {
     for (unsigned int i = 0; i < 256; ++i) {
         char const c = static_cast<char>(i);
         bool const blank = is_blank(c);
-        ends[i] = (blank ? 0 : ends_blanks) | (c == '<' || c == '&' ? ends_content : 0) |
-                  (c == '=' || blank ? ends_attribute_name : 0) |
+        ends[i] = (blank ? 0 : ends_blanks) | (c == '=' || blank ? ends_attribute_name : 0) |
                   (c == '/' || c == '>' || blank ? ends_element_name : 0);
     }
     ends[0] = 0xFF;
@@ -51,14 +51,28 @@ char* skip_blanks(char* at) {
     return skip_to(at, ends_blanks);
 }
 
-// Up to `wanted` or the terminator.
-char* skip_to_character(char* at, char wanted) {
-    while (*at && *at != wanted) ++at;
-    return at;
+// Up to `a`, `b` or the terminator.
+char* skip_to_characters(char* at, char a, char b) {
+    return block_scan::find(at, [=](__m128i bytes) {
+        return block_scan::either(
+            block_scan::either(block_scan::equal(bytes, a), block_scan::equal(bytes, b)),
+            block_scan::equal(bytes, 0));
+    });
 }
 
+char* skip_to_character(char* at, char wanted) {
+    return skip_to_characters(at, wanted, wanted);
+}
+
+// A first run is taken over as an exact copy, which is what appending to an empty text gives.
 void append_run(String& target, char const* first, char const* end) {
-    if (first != end) target.append(first, static_cast<unsigned int>(end - first));
+    if (first == end) return;
+    auto const length = static_cast<unsigned int>(end - first);
+    if (QX_LIKELY(target.capacity() == 0)) {
+        target = String(first, length);
+    } else {
+        target.append(first, length);
+    }
 }
 
 // As UTF-8; the code 0 is no text.
@@ -186,7 +200,7 @@ bool Reader<Rules>::read_content(Tag& root) {
     target_ = &root.content;
     for (;;) {
         char* const run = at_;
-        at_ = skip_to(at_, ends_content);
+        at_ = skip_to_characters(at_, '<', '&');
         append_run(*target_, run, at_);
         if (!*at_) return true;
         if (*at_ == '&') {
@@ -287,7 +301,7 @@ bool Reader<Rules>::read_value(String& value) {
     char const quote = *at_++;
     for (;;) {
         char* const run = at_;
-        while (*at_ && *at_ != quote && *at_ != '&') ++at_;
+        at_ = skip_to_characters(at_, quote, '&');
         if (!*at_) return false;
         append_run(value, run, at_);
         if (*at_ == quote) break;

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "qx/base/block_scan_impl.h"
+#include "qx/base/compiler.h"
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"
 #include "qx/data/xml_parser.h"
@@ -25,14 +27,19 @@ public:
     FileSink& operator=(FileSink const&) = delete;
 
     void put(char c) {
-        if (used_ == sizeof(held_)) flush();
+        if (used_ == room) flush();
         held_[used_++] = c;
     }
 
     void write(char const* block, unsigned int size) {
-        if (size > sizeof(held_) - used_) return write_past(block, size);
-        std::memcpy(held_ + used_, block, size);
+        if (size > room - used_) return write_past(block, size);
+        char* const to = held_ + used_;
         used_ += size;
+        if (QX_LIKELY(size <= sizeof(__m128i) && block_scan::fits_page(block))) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block_scan::load(block));
+        } else {
+            std::memcpy(to, block, size);
+        }
     }
 
 private:
@@ -43,7 +50,7 @@ private:
 
     void write_past(char const* block, unsigned int size) {
         flush();
-        if (size > sizeof(held_)) {
+        if (size > room) {
             file_.write(block, size);
         } else {
             write(block, size);
@@ -51,8 +58,10 @@ private:
     }
 
     FileOut& file_;
+    static constexpr unsigned int room = 16384;
+
     unsigned int used_ = 0;
-    char held_[16384];
+    char held_[room + sizeof(__m128i)];  // short blocks are stored as 16 bytes
 };
 
 // Kept: blocks are cut at the window's end, single characters are not.
@@ -112,7 +121,7 @@ struct StandardStyle {
 
     // Kept: not clamped; past the 64 tabs there is no indent at all.
     static std::string_view indent_at(long long depth) {
-        if (depth > tab_count) return {};
+        if (depth > tab_count) depth = 0;
         return {indent.data(), static_cast<std::size_t>(depth)};
     }
 
@@ -156,7 +165,6 @@ struct OtherStyle {
     using Tag = XMLParser::Tag;
 
     static std::string_view indent_at(long long depth) {
-        if (depth < 0) return {};
         return {indent.data(), static_cast<std::size_t>(std::min(depth, 32ll) + 1)};
     }
 
@@ -286,12 +294,25 @@ private:
     void write_escaped(String const& text) {
         for (char const* at = text.c_str();; ++at) {
             char const* const run = at;
-            while (plain_[static_cast<unsigned char>(*at)]) ++at;
+            at = plain_end(at);
             sink_.write(run, static_cast<unsigned int>(at - run));
             if (!*at) return;
             if (*at < 0) return write_widened(at);
             write_code(static_cast<unsigned char>(*at));
         }
+    }
+
+    // What is named in ASCII is in both styles, or is written as it is after all.
+    static char const* plain_end(char const* at) {
+        return block_scan::find(at, [](__m128i bytes) {
+            using block_scan::either, block_scan::equal;
+            __m128i const quotes = either(equal(bytes, '"'), equal(bytes, '\''));
+            __m128i const brackets = either(equal(bytes, '<'), equal(bytes, '>'));
+            __m128i const others = either(equal(bytes, '&'), equal(bytes, 127));
+            // Bytes from 0x80 on, and the terminator.
+            __m128i const ends = _mm_cmplt_epi8(bytes, _mm_set1_epi8(1));
+            return either(either(quotes, brackets), either(others, ends));
+        });
     }
 
     void write_widened(char const* text) {
