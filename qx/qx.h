@@ -29,6 +29,7 @@
 #include "qx/images/image.h"
 #include "qx/images/pixel.h"
 #include "qx/images/pixel_copy.h"
+#include "qx/images/resize.h"
 #include "qx/images/tga.h"
 #include "qx/memory/allocators.h"
 #include "qx/memory/arena.h"

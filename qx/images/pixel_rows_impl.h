@@ -1,19 +1,6 @@
 // pixel_rows_impl.h - the row conversions: one template over both layouts.
 //
-// Each source that includes this has declared, in namespace QX::pixel_rows and without linkage,
-// its vectors and how they meet memory:
-//
-//     QX_LANES                   what its vector functions are marked with
-//     block                      pixels handled at once
-//     Words                      a vector of `block` 16-bit lanes
-//     Dwords, Quads              32-bit lanes; two such, `block` pixels of four bytes
-//     high_product(x, n)         the upper halves of 16-bit products
-//     pair_sum(x, n)             16-bit lanes times those of n, added up in pairs
-//     load_words, store_words    16-bit pixels
-//     load_levels, store_levels  bytes as words
-//     load_quads<K>, store_quads<K>  pixels of the byte kinds; the fourth byte as it comes
-//     lower_halves(q)            words from quads that keep them in their lower halves
-//     to_quads(low, high)        quads from words: blue and green, red and alpha
+// Each source that includes this has included its lanes first and named its table.
 #include "qx/images/pixel_rules_impl.h"
 
 #include <array>
@@ -89,21 +76,6 @@ QX_LANES Words repeat(Words level) {
         return ((level >> 3) * 0x0421) | ((level << 8) & 0x8000);
     else
         return (level >> 3) * 0x0421;
-}
-
-// Where the channels of a 16-bit pixel lie.
-struct Field {
-    int at, bits;
-};
-
-struct Layout {
-    Field blue, green, red, alpha;
-};
-
-constexpr Layout layout_of(Kind kind) {
-    if (kind == R565) return {{0, 5}, {5, 6}, {11, 5}, {16, 0}};
-    if (kind == A4444) return {{0, 4}, {4, 4}, {8, 4}, {12, 4}};
-    return {{0, 5}, {5, 5}, {10, 5}, {15, kind == A1555 ? 1 : 0}};
 }
 
 constexpr unsigned short field_mask(Field f, int bits) {

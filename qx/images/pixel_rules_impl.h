@@ -35,6 +35,21 @@ constexpr Channels unpack_4444(unsigned int word) {
     return {(word << 4) & 240, word & 240, (word >> 4) & 240, (word >> 8) & 240};
 }
 
+// Where the channels of a 16-bit pixel lie.
+struct Field {
+    int at, bits;
+};
+
+struct Layout {
+    Field blue, green, red, alpha;
+};
+
+constexpr Layout layout_of(Kind kind) {
+    if (kind == R565) return {{0, 5}, {5, 6}, {11, 5}, {16, 0}};
+    if (kind == A4444) return {{0, 4}, {4, 4}, {8, 4}, {12, 4}};
+    return {{0, 5}, {5, 5}, {10, 5}, {15, kind == A1555 ? 1 : 0}};
+}
+
 template <Kind K>
 inline Channels unpack(unsigned char const* from) {
     if constexpr (kind_size(K) == 2) {
