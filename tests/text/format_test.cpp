@@ -326,7 +326,7 @@ void count_blocks(void const*, unsigned int size) {
     if (size != 0) ++blocks;
 }
 
-TEST(Format, takes_one_block_for_a_result_of_up_to_64_characters) {
+TEST(Format, takes_one_block_for_64_characters_and_grows_append_by_append) {
     auto const previous = QX::allocation_hook;
     QX::allocation_hook = count_blocks;
     blocks = 0;
@@ -339,6 +339,13 @@ TEST(Format, takes_one_block_for_a_result_of_up_to_64_characters) {
     EXPECT_EQ(wide.capacity(), 64u);
     EXPECT_EQ(grown.capacity(), 128u);
     EXPECT_EQ(leap.capacity(), 301u);
+
+    String rest;  // copied characters are appended one by one
+    unsigned short position = 0;
+    String::append_rest(rest, "a", position);
+    EXPECT_EQ(rest.capacity(), 1u);
+    String::append_rest(rest, "abcde", position);
+    EXPECT_EQ(rest.capacity(), 8u);
 }
 
 TEST(Format, leaves_strings_valid_when_memory_runs_out) {
