@@ -96,6 +96,23 @@ TEST(String, moving_assignment_gives_the_source_the_old_contents) {
     EXPECT_EQ(source.c_str(), block);
 }
 
+// Growth must not free what may still be read: a holder keeps the old block until it dies.
+TEST(String, growth_hands_the_old_block_to_a_holder) {
+    String text("abcde");
+    char const* const block = text.c_str();
+    EXPECT_EQ(
+        blocks_of([&] {
+            String::SCOPED_POINTER holder(text.storage_);
+            text.reserve_partial_copy(6, 3, holder);
+            EXPECT_EQ(holder.block_, block);
+            EXPECT_EQ(holder.count_, 6u);
+            EXPECT_EQ(text.capacity(), 10u);
+            EXPECT_EQ(blocks_freed, 0u);
+        }),
+        "1/1");
+    EXPECT_EQ(std::string_view(text.data(), 3), "abc");
+}
+
 TEST(String, clear_and_dealloc_returns_to_the_shared_terminator) {
     String text("abc");
     EXPECT_EQ(blocks_of([&] { text.clear_and_dealloc(); }), "0/1");
