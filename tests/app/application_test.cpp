@@ -122,16 +122,4 @@ TEST(Application, keeps_the_instance_and_copies_nothing_else) {
     EXPECT_FALSE(std::is_polymorphic_v<QX::ApplicationPlatform>);
 }
 
-TEST(Application, is_destroyed_through_its_base) {
-    static int ended;
-    struct Derived : QX::Application {
-        using QX::Application::Application;
-        ~Derived() override { ++ended; }
-    };
-    ended = 0;
-    QX::Application* const application = new Derived(QX::ApplicationInitialiser{});
-    delete application;
-    EXPECT_EQ(ended, 1);
-}
-
 }  // namespace

@@ -260,13 +260,6 @@ TEST_F(TimerTable, follows_the_model_under_random_sets_and_kills) {
     EXPECT_EQ(blocks_, sizes_of_tables(model_.capacities));
 }
 
-TEST_F(TimerTable, third_live_timer_rebuilds_to_five) {
-    for (unsigned int id : {10, 20, 30}) set(0, id, 1);
-    EXPECT_EQ(model_.capacities, std::vector<unsigned int>{5});
-    EXPECT_EQ(blocks_, sizes_of_tables({5}));
-    for (unsigned int id : {10, 20, 30}) EXPECT_EQ(call_of(id), 1);
-}
-
 // Only a mark before the home slot lets the table keep its size.
 TEST_F(TimerTable, deletion_marks_save_growth_only_before_the_home_slot) {
     set(0, 2, 0);
@@ -299,39 +292,6 @@ TEST_F(TimerTable, once_released_it_never_comes_back) {
     QX::kill_timer(7);
     EXPECT_EQ(killed, std::vector<unsigned int>{7});
     QX::deallocate_timers_data_structures();
-}
-
-TEST(Timers, releasing_before_first_use_does_nothing) {
-    QX::deallocate_timers_data_structures();
-    int const id = QX::set_timer(note_other, 0, 10);
-    EXPECT_NE(id, 0);
-    QX::kill_timer(id);
-}
-
-// --- The multimedia timer ------------------------------------------------------------------------
-
-using PeriodCall = std::pair<char, UINT>;
-std::vector<PeriodCall> period_calls = test::roomy<PeriodCall>();
-
-UINT WINAPI note_begin(UINT period) {
-    period_calls.push_back({'b', period});
-    return 97;
-}
-
-UINT WINAPI note_end(UINT period) {
-    period_calls.push_back({'e', period});
-    return 97;
-}
-
-TEST(Timers, periods_pass_straight_to_the_system) {
-    test::StandIn const begin("timeBeginPeriod", note_begin);
-    test::StandIn const end("timeEndPeriod", note_end);
-    ASSERT_TRUE(begin.found() && end.found());
-    QX::timeEndPeriod(5);
-    QX::timeBeginPeriod(1);
-    QX::timeBeginPeriod(1);
-    std::vector<PeriodCall> const calls = {{'e', 5}, {'b', 1}, {'b', 1}};
-    EXPECT_EQ(period_calls, calls);
 }
 
 }  // namespace

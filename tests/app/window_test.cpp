@@ -333,13 +333,6 @@ TEST_F(WindowCreation, session_messages_are_asked_for_even_after_failure) {
     EXPECT_EQ(registered, std::vector<HWND>{nullptr});
 }
 
-TEST_F(WindowCreation, menu_counts_only_if_there_is_one) {
-    Creation const without = create({200, 100, 520, 340}, caption_style);
-    initialiser.set_menu(nullptr);
-    Creation const asked = create({200, 100, 520, 340}, caption_style, true);
-    EXPECT_EQ(asked.height, without.height);
-}
-
 // --- Real windows --------------------------------------------------------------------------------
 
 QX::Rectangle client_of(QX::QXWindow const& window) {
@@ -362,15 +355,6 @@ TEST(Window, lives_from_create_to_destroy) {
     EXPECT_FALSE(host.window.valid());
     EXPECT_TRUE(host.window.QXWindowPlatform::valid());
     host.window.destroy();
-}
-
-TEST(Window, creation_failure_shows_in_valid_alone) {
-    Host host;
-    host.initialiser.class_name = L"No such class";
-    EXPECT_FALSE(host.open());
-    EXPECT_EQ(host.hwnd(), nullptr);
-    host.window.show_window(SW_SHOW);
-    host.window.restore_window();
 }
 
 int destroyed = 0;
@@ -444,29 +428,6 @@ TEST(Window, rectangles_are_the_systems) {
     EXPECT_TRUE(QX::QXWindow::window_from_point(40, 50) == host.window);
 }
 
-TEST(Window, client_rectangles_grow_by_the_style) {
-    Host host(0x90000000);
-    ASSERT_TRUE(host.open());
-    RECT outer = {0, 0, 100, 100};
-    AdjustWindowRect(&outer, caption_style, TRUE);
-    QX::Rectangle rectangle = {0, 0, 100, 100};
-    host.window.adjust_window_rect_current_style(rectangle, false);
-    EXPECT_EQ(rectangle.right, 100);
-    host.window.adjust_window_rect_windowed_style(rectangle, true);
-    EXPECT_EQ(rectangle.top, outer.top);
-    EXPECT_EQ(rectangle.right, outer.right);
-}
-
-TEST(Window, failed_queries_leave_the_rectangle) {
-    QX::QXWindow const window;
-    QX::Rectangle rectangle = {1, 2, 3, 4};
-    window.get_client_rect(rectangle);
-    window.get_window_rect(rectangle);
-    window.get_display_rect(rectangle);
-    EXPECT_EQ(rectangle.left, 1);
-    EXPECT_EQ(rectangle.bottom, 4);
-}
-
 UINT shown_command(Host const& host) {
     WINDOWPLACEMENT placement = {};
     placement.length = sizeof placement;
@@ -485,42 +446,6 @@ TEST(Window, restoring_ends_both_the_minimised_and_the_maximised_state) {
         host.window.restore_window();
         EXPECT_EQ(shown_command(host), UINT{SW_SHOWNORMAL});
     }
-}
-
-FLASHWINFO flashed;
-
-BOOL WINAPI note_flash(FLASHWINFO* info) {
-    flashed = *info;
-    return TRUE;
-}
-
-LONG WINAPI note_display(DEVMODEW* mode, DWORD flags) {
-    EXPECT_EQ(mode, nullptr);
-    return static_cast<LONG>(destroyed = static_cast<int>(flags));
-}
-
-TEST(Window, flash_and_display_calls_go_out_as_told) {
-    test::StandIn const flash("FlashWindowEx", note_flash);
-    test::StandIn const display("ChangeDisplaySettingsW", note_display);
-    QX::QXWindow window;
-    window.set_hwnd(reinterpret_cast<HWND>(0x10));
-    window.flash_notify();
-    EXPECT_EQ(flashed.hwnd, window.get_hwnd());
-    EXPECT_EQ(flashed.dwFlags, 14u);
-    EXPECT_EQ(flashed.uCount + flashed.dwTimeout, 0u);
-    window.change_display_settings(4);
-    EXPECT_EQ(destroyed, 4);
-}
-
-TEST(Window, menu_comes_with_create_and_goes_when_removed) {
-    Host host;
-    host.initialiser.set_menu(CreateMenu());
-    AppendMenuW(host.initialiser.menu, MF_STRING, 1, L"Item");
-    ASSERT_TRUE(host.open({50, 60, 450, 360}, true));
-    EXPECT_TRUE(host.window.has_menu());
-    host.window.remove_debug_menu();
-    EXPECT_FALSE(host.window.has_menu());
-    DestroyMenu(host.initialiser.menu);
 }
 
 // --- Real events ---------------------------------------------------------------------------------
@@ -580,24 +505,6 @@ TEST(WindowEvents, debug_key_knows_whether_control_is_down) {
     test::send_key(0x1D, true, VK_CONTROL);
     press(0x30, 'B', "debug_key 66 true");
     test::send_key(0x1D, false, VK_CONTROL);
-}
-
-TEST(WindowEvents, repaint_follows_invalidation) {
-    Host host;
-    ASSERT_TRUE(host.open_in_front());
-    int paints = 0;
-    int erases = 0;
-    host.window.update_window();
-    host.on_message = [&](UINT message, WPARAM, LPARAM) {
-        paints += message == WM_PAINT;
-        erases += message == WM_ERASEBKGND;
-    };
-    host.window.update_window();
-    EXPECT_EQ(paints, 0);
-    host.window.invalidate();
-    host.window.update_window();
-    EXPECT_EQ(paints, 1);
-    EXPECT_EQ(erases, 0);
 }
 
 }  // namespace
