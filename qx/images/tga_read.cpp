@@ -6,6 +6,8 @@
 
 #include "qx/images/tga_impl.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -240,19 +242,44 @@ Block make_row(std::size_t bytes) {
     return Block(new unsigned char[bytes + slack]);
 }
 
+// The item in the low bytes.
+template <std::size_t SIZE>
+std::uint64_t item_bits(unsigned char const* item) {
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, item, SIZE);
+    return bits;
+}
+
 // `count` copies of one item; up to `slack` bytes more are written.
 template <std::size_t SIZE>
 void repeat(unsigned char* to, unsigned char const* item, std::size_t count) {
     unsigned char* const end = to + count * SIZE;
-    unsigned char pattern[48];
-    for (std::size_t i = 0; i != sizeof pattern; ++i) pattern[i] = item[i % SIZE];
-    for (; to < end; to += sizeof pattern) std::memcpy(to, pattern, sizeof pattern);
+    std::uint64_t const bits = item_bits<SIZE>(item);
+    if constexpr (SIZE == 3) {  // six words hold sixteen items
+        std::uint64_t const words[6] = {
+            bits | bits << 24 | bits << 48,
+            bits >> 16 | bits << 8 | bits << 32 | bits << 56,
+            bits >> 8 | bits << 16 | bits << 40,
+            words[0],
+            words[1],
+            words[2]};
+        for (; to < end; to += sizeof words) std::memcpy(to, words, sizeof words);
+    } else {
+        std::uint64_t const factors[] = {0, 0x0101010101010101, 0x0001000100010001, 0, 0x100000001};
+        __m128i const all = _mm_set1_epi64x(static_cast<long long>(bits * factors[SIZE]));
+        for (; to < end; to += 32) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), all);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 16), all);
+        }
+    }
 }
 
-// Copies in whole vectors; up to 15 bytes more are read and written.
+// Copies in whole vectors; up to `rough` bytes more are read and written.
+constexpr std::size_t rough = 32;
+
 void copy_roughly(unsigned char* to, unsigned char const* from, std::size_t size) {
     unsigned char* const end = to + size;
-    for (; to < end; to += 16, from += 16) std::memcpy(to, from, 16);
+    for (; to < end; to += rough, from += rough) std::memcpy(to, from, rough);
 }
 
 // Items of a stream, in packets or plain. Behind the end of the stream the last item repeats.
@@ -297,15 +324,19 @@ private:
     }
 
     void read_last() {
-        std::size_t const got = source_.need(SIZE, SIZE) ? SIZE : source_.ready();
-        std::memcpy(last_, source_.next, got);
-        source_.next += got;
+        if (source_.need(SIZE, SIZE)) {
+            std::memcpy(last_, source_.next, SIZE);
+            source_.next += SIZE;
+            return;
+        }
+        std::memcpy(last_, source_.next, source_.ready());
+        source_.next = source_.limit;
     }
 
     void copy(unsigned char* to, std::size_t count) {
         std::size_t const whole = source_.need(count * SIZE, SIZE) ? count : source_.ready() / SIZE;
         std::size_t const bytes = whole * SIZE;
-        if (source_.ready() >= bytes + 16)
+        if (source_.ready() >= bytes + rough)
             copy_roughly(to, source_.next, bytes);
         else
             std::memcpy(to, source_.next, bytes);
