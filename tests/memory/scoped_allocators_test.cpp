@@ -167,6 +167,17 @@ TEST(TransientAllocator, has_a_global_one_between_creation_and_destruction) {
     EXPECT_EQ(QX::global_transient_allocator(), nullptr);
 }
 
+TEST(TransientAllocator, is_lost_where_another_global_one_is_created) {
+    QX::create_global_transient_allocator(100);
+    QX::TransientAllocator* const lost = QX::global_transient_allocator();
+    QX::create_global_transient_allocator(100);
+    EXPECT_NE(QX::global_transient_allocator(), lost);
+    QX::destroy_global_transient_allocator();
+    EXPECT_NE(lost->allocate(100, 1), nullptr);
+    lost->~TransientAllocator();
+    QX::custom_free(lost);
+}
+
 TEST(StringPool, reads_its_record) {
     unsigned int const words[12] = {1, 2, 0, 0, 0, 0, 3, 4, 5, 6, 7, 0};
     QX::BASIC_STRING_POOL pool = {};
