@@ -107,8 +107,21 @@ bool is_ours(State const& s, Chunk const* chunk) {
     return next > chunk && has(next, previous_in_use);
 }
 
+// A block that outgrew its place will grow again: the top has room for that, while the victim would
+// keep it beside the small blocks that are cut from it next.
+void* allocate_for_growth(Size request) {
+    if (request <= largest_small_request) return allocate(request);
+    LockScope const scope(state.lock);
+    State& s = state;
+    Size const need = padded(request);
+    if (s.tree_map) {
+        if (void* const block = allocate_from_trees(s, need)) return block;
+    }
+    return need < s.top_size ? carve_top(s, need) : allocate_from_rests(s, need);
+}
+
 void* move(void const* block, Size request, Size old_usable) {
-    void* const moved = allocate(request);
+    void* const moved = allocate_for_growth(request);
     if (!moved) return nullptr;
     std::memcpy(moved, block, request < old_usable ? request : old_usable);
     release(block);
