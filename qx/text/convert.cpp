@@ -435,6 +435,7 @@ Text shift_letters(Text text, char first, int change) {
 }  // namespace
 
 QX_READS_PAST_END wchar_t* utf8_decode(wchar_t* target, char const* source) {
+    widen_ascii(target, source);
     unsigned int carry = 0;
     for (;;) {
         char const* stop = next_page(source);
@@ -488,7 +489,7 @@ QX_READS_PAST_END unsigned int utf8_length(char const* text) {
 }
 
 // A text that has left ASCII is likely to do so again: the next blocks are not asked.
-constexpr unsigned int blocks_unasked = 4;
+constexpr unsigned int blocks_unasked = 16;
 
 QX_READS_PAST_END inline void encode_blocks(char*& target, wchar_t const*& source) {
     for (unsigned int i = 0; i < blocks_unasked; ++i) {
@@ -499,6 +500,7 @@ QX_READS_PAST_END inline void encode_blocks(char*& target, wchar_t const*& sourc
 }
 
 QX_READS_PAST_END char* utf8_encode(char* target, wchar_t const* source) {
+    narrow_ascii(target, source);
     for (;;) {
         wchar_t const* stop = next_page(source);
         if (within_page(source, wide_reach)) {
