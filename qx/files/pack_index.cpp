@@ -2,6 +2,7 @@
 
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -105,13 +106,22 @@ unsigned int slot_hash(char const* text, unsigned int length) {
     return high << 16 | (low & 0xFFFF);
 }
 
-// The place in an index of `count` words where the search for a hash begins.
-unsigned int index_home(std::uint64_t hash, unsigned int count) {
-    return static_cast<unsigned int>((hash & 0xFFFFFFFF) * count >> 32);
-}
-
 unsigned int tag_of(std::uint64_t hash) {
     return static_cast<unsigned int>(hash >> 32);
+}
+
+// What a group of the side index says to a tag: a bit for each word.
+struct GroupAnswer {
+    unsigned int matches, free;
+};
+
+GroupAnswer ask_group(unsigned int const* group, unsigned int tag, unsigned int tag_bits) {
+    __m128i const words = _mm_load_si128(reinterpret_cast<__m128i const*>(group));
+    __m128i const tags = _mm_and_si128(words, _mm_set1_epi32(static_cast<int>(tag_bits)));
+    __m128i const same = _mm_cmpeq_epi32(tags, _mm_set1_epi32(static_cast<int>(tag)));
+    __m128i const none = _mm_cmpeq_epi32(words, _mm_setzero_si128());
+    unsigned int const free = _mm_movemask_ps(_mm_castsi128_ps(none));
+    return {_mm_movemask_ps(_mm_castsi128_ps(same)) & ~free, free};
 }
 
 unsigned int end_of_entry(void const* ends, unsigned int number) {
@@ -133,12 +143,24 @@ bool entries_fit(PackHeader const& header, void const* ends, unsigned long long 
     return true;
 }
 
+constexpr unsigned int group_size = 4;
+constexpr unsigned int batch_size = 16;
+
 }  // namespace
+
+// A name on its way into the table.
+struct PackTable::Named {
+    char const* name;
+    unsigned int length;
+    unsigned int home;
+    std::uint64_t hash;
+};
 
 PackTable* PackTable::create(unsigned int count) {
     unsigned long long const slot_count = 2ull * count + 1;
     unsigned long long const slots_size = slot_count * sizeof(Slot);
-    unsigned long long const index_size = 2ull * count * sizeof(unsigned int);
+    unsigned int const group_count = count / 2 + 1;
+    unsigned long long const index_size = 1ull * group_count * group_size * sizeof(unsigned int);
     unsigned long long const size = sizeof(PackTable) + slots_size + index_size;
 
     auto const table = new (custom_malloc(size, HEAP_GENERAL)) PackTable;
@@ -147,6 +169,7 @@ PackTable* PackTable::create(unsigned int count) {
     table->names_end_ = nullptr;
     table->slot_count_ = static_cast<unsigned int>(slot_count);
     table->used_count_ = 0;
+    table->group_count_ = group_count;
     table->slot_mask_ = std::bit_ceil(table->slot_count_ + 1) - 1;
     std::memset(static_cast<void*>(table->slots_), 0, slots_size + index_size);
     return table;
@@ -166,38 +189,65 @@ bool PackTable::fill(
     return true;
 }
 
+// In batches, so that the memory of one name is on its way while others are looked at.
 bool PackTable::enter_names(char const* names, unsigned int count) {
-    for (unsigned int number = 0; number < count; ++number) {
-        char const* const end = find_terminator(names, names_end_);
-        if (end == names_end_) return false;
-        enter(names, static_cast<unsigned int>(end - names), number);
-        names = end + 1;
+    Named batch[batch_size];
+    for (unsigned int number = 0; number < count;) {
+        unsigned int const step = std::min(batch_size, count - number);
+        for (unsigned int i = 0; i < step; ++i) {
+            char const* const end = find_terminator(names, names_end_);
+            if (end == names_end_) return false;
+            auto const length = static_cast<unsigned int>(end - names);
+            unsigned int const home = slot_hash(names, length) % slot_count_;
+            batch[i] = {names, length, home, strong_hash(names, length)};
+            __builtin_prefetch(group_of(batch[i].hash));
+            __builtin_prefetch(slots_ + home);
+            names = end + 1;
+        }
+        for (unsigned int i = 0; i < step; ++i) enter(batch[i], number++);
     }
     return true;
 }
 
 // Until `place_entries` a used slot's entry holds {the entry's number, the slot to look at next}.
-void PackTable::enter(char const* name, unsigned int length, unsigned int number) {
-    unsigned int const index_count = slot_count_ - 1;
-    std::uint64_t const hash = strong_hash(name, length);
-    unsigned int const tag = tag_of(hash) & ~slot_mask_;
-    unsigned int at = index_home(hash, index_count);
-    for (; index_[at]; at = at + 1 == index_count ? 0 : at + 1) {
-        if ((index_[at] & ~slot_mask_) != tag) continue;
-        Slot& slot = slots_[(index_[at] & slot_mask_) - 1];
-        if (!holds(slot, name, length)) continue;
-        slot.entry.offset = number;
+void PackTable::enter(Named const& named, unsigned int number) {
+    unsigned int const tag = tag_of(named.hash) & ~slot_mask_;
+    for (auto group = group_of(named.hash);; group = next_group(group)) {
+        GroupAnswer const answer = ask_group(group, tag, ~slot_mask_);
+        if (answer.matches) {
+            Slot* const known = find_in_group(group, answer.matches, named.name, named.length);
+            if (known) {
+                known->entry.offset = number;
+                return;
+            }
+        }
+        if (!answer.free) continue;
+        unsigned int const slot = take_free_slot(named.home);
+        slots_[slot].name = named.name;
+        slots_[slot].entry.offset = number;
+        index_[group - index_ + std::countr_zero(answer.free)] = tag | (slot + 1);
+        ++used_count_;
         return;
     }
-    unsigned int const slot = take_free_slot(slot_hash(name, length) % slot_count_);
-    slots_[slot].name = name;
-    slots_[slot].entry.offset = number;
-    index_[at] = tag | (slot + 1);
-    ++used_count_;
 }
 
-bool PackTable::holds(Slot const& slot, char const* name, unsigned int length) const {
-    return names_end_ - slot.name > length && std::memcmp(slot.name, name, length + 1) == 0;
+unsigned int const* PackTable::group_of(unsigned long long hash) const {
+    return index_ + ((hash & 0xFFFFFFFF) * group_count_ >> 32) * group_size;
+}
+
+unsigned int const* PackTable::next_group(unsigned int const* group) const {
+    group += group_size;
+    return group == index_ + 1ull * group_count_ * group_size ? index_ : group;
+}
+
+PackTable::Slot* PackTable::find_in_group(
+    unsigned int const* group, unsigned int matches, char const* name, unsigned int length) const {
+    for (; matches; matches &= matches - 1) {
+        Slot& slot = slots_[(group[std::countr_zero(matches)] & slot_mask_) - 1];
+        if (names_end_ - slot.name > length && std::memcmp(slot.name, name, length + 1) == 0)
+            return &slot;
+    }
+    return nullptr;
 }
 
 // The slot that a linear probe from `home` would come to. Each used slot points on to a later one
@@ -227,18 +277,17 @@ void PackTable::place_entries(PackHeader const& header, void const* ends) {
 }
 
 PackFileEntry const* PackTable::find(char const* name) const {
-    unsigned int const index_count = slot_count_ - 1;
-    if (index_count == 0) return nullptr;
     unsigned int const length = text_length(name);
     std::uint64_t const hash = strong_hash(name, length);
     unsigned int const tag = tag_of(hash) & ~slot_mask_;
-    unsigned int at = index_home(hash, index_count);
-    for (; index_[at]; at = at + 1 == index_count ? 0 : at + 1) {
-        if ((index_[at] & ~slot_mask_) != tag) continue;
-        Slot const& slot = slots_[(index_[at] & slot_mask_) - 1];
-        if (holds(slot, name, length)) return &slot.entry;
+    for (auto group = group_of(hash);; group = next_group(group)) {
+        GroupAnswer const answer = ask_group(group, tag, ~slot_mask_);
+        if (answer.matches) {
+            Slot const* const slot = find_in_group(group, answer.matches, name, length);
+            if (slot) return &slot->entry;
+        }
+        if (answer.free) return nullptr;
     }
-    return nullptr;
 }
 
 }  // namespace QX

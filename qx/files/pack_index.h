@@ -73,7 +73,7 @@ constexpr unsigned long long pack_round_up(unsigned long long x, unsigned int al
 //
 // One block of the default heap. The names are not copied: they must outlive the table.
 // Threads: a filled table doesn't change, and may be read from any.
-class PackTable {
+class alignas(16) PackTable {
 public:
     struct Slot {
         char const* name;  // null for a free slot
@@ -104,18 +104,29 @@ public:
 private:
     PackTable() = default;
 
+    struct Named;
+
     bool enter_names(char const* names, unsigned int count);
-    void enter(char const* name, unsigned int length, unsigned int number);
-    bool holds(Slot const& slot, char const* name, unsigned int length) const;
+    void enter(Named const& named, unsigned int number);
     unsigned int take_free_slot(unsigned int home);
     void place_entries(PackHeader const& header, void const* ends);
 
+    unsigned int const* group_of(unsigned long long hash) const;
+    unsigned int const* next_group(unsigned int const* group) const;
+    // The slot of a name among the words of `group` that are set in `matches`, or null.
+    Slot* find_in_group(
+        unsigned int const* group, unsigned int matches, char const* name,
+        unsigned int length) const;
+
     Slot* slots_;
-    unsigned int* index_;      // 2 * count words: a tag above, a slot's number + 1 below; 0 is free
+    // The side index: groups of four words, each a tag above and a slot's number + 1 below, or 0
+    // for free. A name is in the first group from its home on that had a free word.
+    unsigned int* index_;
     char const* names_end_;    // behind the name block
     unsigned int slot_count_;  // 2 * count + 1
     unsigned int used_count_;
-    unsigned int slot_mask_;  // of an index word, the bits of the slot's number
+    unsigned int group_count_;  // count / 2 + 1
+    unsigned int slot_mask_;    // of an index word, the bits of the slot's number
 };
 
 }  // namespace QX

@@ -1,0 +1,156 @@
+// pack_bench.cpp - opening packs and looking names up in them, beside hash maps of the same names
+// and a plain read of the same index.
+#include "benchmarks/bench.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "qx/files/file_streams.h"
+#include "qx/files/pack_file.h"
+
+namespace {
+
+constexpr unsigned int alignment = 512;
+constexpr unsigned int probe_count = 100000;
+
+using Names = std::vector<std::string>;
+using Map = std::unordered_map<std::string_view, QX::PackFileEntry>;
+
+// Paths of about 40 characters, such as data folders hold.
+Names make_names(unsigned int count) {
+    static char const* const folders[] = {"maps", "textures", "models", "sounds", "scripts", "ui"};
+    static char const* const kinds[] = {"tga", "dds", "wav", "xml", "lua", "mesh"};
+    std::mt19937 random(11);
+    Names names;
+    for (unsigned int i = 0; i < count; ++i) {
+        char name[80];
+        std::snprintf(
+            name, sizeof name, "data\\%s\\%s_%02u\\part_%05u_%06x.%s", folders[random() % 6],
+            folders[random() % 6], static_cast<unsigned>(random() % 40), i,
+            static_cast<unsigned>(random() & 0xFFFFFF), kinds[random() % 6]);
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+// A pack of empty entries: only the index matters here.
+void write_pack(std::string const& path, Names const& names) {
+    std::string block;
+    for (std::string const& name : names) block += name + '\0';
+    auto const count = static_cast<unsigned int>(names.size());
+    unsigned int const sizes[] = {static_cast<unsigned int>(block.size()), count, alignment};
+    auto const index_size = static_cast<unsigned int>(16 + block.size() + 4 * names.size());
+    std::vector<unsigned int> const ends(
+        count, static_cast<unsigned int>(QX::pack_round_up(index_size, alignment)));
+    QX::FileOut file(path.c_str());
+    file.write("PAK2", 4);
+    file.write(sizes, sizeof sizes);
+    file.write(block.data(), sizes[0]);
+    file.write(ends.data(), 4 * count);
+}
+
+// Other copies of the names in random order, so that no contender meets its own memory.
+Names make_probes(Names const& names, bool present) {
+    std::mt19937 random(12);
+    Names probes;
+    for (unsigned int i = 0; i < probe_count; ++i) {
+        probes.push_back(names[random() % names.size()]);
+        if (!present) probes.back().back() = '!';
+    }
+    return probes;
+}
+
+void read_index(std::string const& path, std::string& bytes) {
+    QX::FileIn file(path.c_str(), false);
+    bytes.resize(file.size());
+    file.read(bytes.data(), static_cast<unsigned int>(bytes.size()));
+}
+
+void build_map(std::string const& bytes, std::size_t count, Map& map) {
+    map.reserve(count);
+    char const* name = bytes.data() + 16;
+    for (std::size_t i = 0; i < count; ++i) {
+        std::string_view const view(name);
+        map[view] = {alignment, 0};
+        name += view.size() + 1;
+    }
+}
+
+template <typename Pack>
+unsigned int hits(Pack const& pack, Names const& probes) {
+    unsigned int found = 0;
+    for (std::string const& probe : probes) found += pack.info(probe.c_str()) != nullptr;
+    return found;
+}
+
+unsigned int hits(Map const& map, Names const& probes) {
+    unsigned int found = 0;
+    for (std::string const& probe : probes) found += map.find(probe.c_str()) != map.end();
+    return found;
+}
+
+void measure(bench::Table const& table, std::string const& path, unsigned int count) {
+    Names const names = make_names(count);
+    write_pack(path, names);
+    std::string const label = std::to_string(count) + " names, ";
+    table.row(
+        (label + "open").c_str(), 1,
+        {
+            {"QXLibs",
+             [&] {
+                 QX::AsyncPackFile pack;
+                 bench::keep(pack.open(path.c_str(), 0));
+             }},
+            {"QXLibs, mapped",
+             [&] {
+                 QX::MemPackFile pack;
+                 bench::keep(pack.open(path.c_str(), 0));
+             }},
+            {"std::unordered_map",
+             [&] {
+                 std::string bytes;
+                 Map map;
+                 read_index(path, bytes);
+                 build_map(bytes, count, map);
+                 bench::keep(map.size());
+             }},
+            {"the index read alone",
+             [&] {
+                 std::string bytes;
+                 read_index(path, bytes);
+             }},
+        });
+
+    QX::AsyncPackFile pack;
+    if (!pack.open(path.c_str(), 0)) std::abort();
+    std::string bytes;
+    Map map;
+    read_index(path, bytes);
+    build_map(bytes, count, map);
+    for (bool const present : {true, false}) {
+        Names const probes = make_probes(names, present);
+        unsigned int const expected = present ? probe_count : 0;
+        if (hits(pack, probes) != expected || hits(map, probes) != expected) std::abort();
+        table.row(
+            (label + (present ? "hit" : "miss")).c_str(), probe_count,
+            {
+                {"QXLibs", [&] { bench::keep(hits(pack, probes)); }},
+                {"std::unordered_map", [&] { bench::keep(hits(map, probes)); }},
+            });
+    }
+}
+
+}  // namespace
+
+int main() {
+    std::string const path = (std::filesystem::temp_directory_path() / "qx_bench.pack").string();
+    bench::Table const table("packs");
+    for (unsigned int const count : {100u, 1000u, 10000u, 100000u}) measure(table, path, count);
+    std::filesystem::remove(path);
+}
