@@ -197,10 +197,20 @@ MemPackFile::~MemPackFile() {
 
 bool MemPackFile::open(char const* name, unsigned short key) {
     close();
-    bool opened = false;
+    return finish_open(MemFileIn::open(name), key);
+}
+
+bool MemPackFile::open(char const* data, unsigned int size, unsigned short key) {
+    close();
+    return finish_open(MemFileIn::open(data, size), key);
+}
+
+bool MemPackFile::finish_open(bool opened, unsigned short key) {
     try {
-        opened = MemFileIn::open(name) && read_index(key);
-    } catch (std::bad_alloc const&) {}
+        opened = opened && read_index(key);
+    } catch (std::bad_alloc const&) {
+        opened = false;
+    }
     if (!opened) close();
     return opened;
 }

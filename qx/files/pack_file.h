@@ -97,6 +97,9 @@ public:
     // As AsyncPackFile::open, without the test of the alignment.
     QX_API bool open(char const* name, unsigned short key);
 
+    // The same for a whole pack in the caller's block, which must outlive this object's use of it.
+    QX_API bool open(char const* data, unsigned int size, unsigned short key);
+
     // Always true.
     QX_API bool close();
 
@@ -117,6 +120,7 @@ public:
     char const* names() const { return names_; }
 
 private:
+    bool finish_open(bool opened, unsigned short key);
     bool read_index(unsigned short key);
 
     PackTable* table_ = nullptr;

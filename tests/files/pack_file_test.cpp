@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tests/files/late_completion.h"
-#include "tests/files/pack_builder.h"
+#include "tests/harness/pack_builder.h"
 #include "tests/harness/failing_allocation.h"
 #include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"

@@ -1,4 +1,4 @@
-#include "tests/files/pack_builder.h"
+#include "tests/harness/pack_builder.h"
 
 namespace test {
 

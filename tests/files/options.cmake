@@ -1,0 +1,2 @@
+# The round trip runs the tool.
+add_dependencies(${program} qxpack)
