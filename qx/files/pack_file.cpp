@@ -197,19 +197,21 @@ MemPackFile::~MemPackFile() {
 
 bool MemPackFile::open(char const* name, unsigned short key) {
     close();
-    return finish_open(MemFileIn::open(name), key);
+    bool opened = false;
+    try {
+        opened = MemFileIn::open(name) && read_index(key);
+    } catch (std::bad_alloc const&) {
+    }
+    if (!opened) close();
+    return opened;
 }
 
 bool MemPackFile::open(char const* data, unsigned int size, unsigned short key) {
     close();
-    return finish_open(MemFileIn::open(data, size), key);
-}
-
-bool MemPackFile::finish_open(bool opened, unsigned short key) {
+    bool opened = false;
     try {
-        opened = opened && read_index(key);
+        opened = MemFileIn::open(data, size) && read_index(key);
     } catch (std::bad_alloc const&) {
-        opened = false;
     }
     if (!opened) close();
     return opened;

@@ -120,7 +120,6 @@ public:
     char const* names() const { return names_; }
 
 private:
-    bool finish_open(bool opened, unsigned short key);
     bool read_index(unsigned short key);
 
     PackTable* table_ = nullptr;
