@@ -3,7 +3,7 @@
 // Arguments: side of the image (default 1024), then one source kind to look at alone.
 #include "benchmarks/bench.h"
 #include "qx/images/pixel_copy.h"
-#include "qx/images/pixel_rules_impl.h"
+#include "qx/images/pixel_copy_rules_impl.h"
 
 #include <cstring>
 #include <random>

@@ -3,7 +3,7 @@
 
 #include "qx/base/compiler.h"
 #include "qx/images/pixel_copy_impl.h"
-#include "qx/images/pixel_rules_impl.h"
+#include "qx/images/pixel_copy_rules_impl.h"
 
 #include <emmintrin.h>
 

@@ -1,7 +1,7 @@
 // resize_impl.h - the row kernels of mip levels, and the filters.
 #pragma once
 
-#include "qx/images/pixel_rules_impl.h"
+#include "qx/images/pixel_copy_rules_impl.h"
 
 namespace QX::pixel_rows {
 

@@ -1,4 +1,4 @@
-// lanes_avx2_impl.h - vectors of pixels for processors with AVX2.
+// pixel_copy_avx2_impl.h - vectors of pixels for processors with AVX2.
 //
 // Leaf functions only, each marked for the target: the rest of the library runs anywhere. All
 // moves to and from memory are unaligned ones, since the system aligns stacks to 16 bytes only.

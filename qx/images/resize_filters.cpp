@@ -1,4 +1,4 @@
-// resample.cpp - the filters that scale pictures.
+// resize_filters.cpp - the filters that scale pictures.
 #include "qx/images/image.h"
 #include "qx/images/resize_impl.h"
 

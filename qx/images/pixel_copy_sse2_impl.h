@@ -1,7 +1,7 @@
-// lanes_sse2_impl.h - vectors of pixels for any 64-bit processor.
+// pixel_copy_sse2_impl.h - vectors of pixels for any 64-bit processor.
 //
 // Included by the sources whose loops are written once for every instruction set; see
-// lanes_avx2_impl.h for the other. Both offer, without linkage:
+// pixel_copy_avx2_impl.h for the other. Both offer, without linkage:
 //
 //     QX_LANES                   what its vector functions are marked with
 //     block                      pixels handled at once

@@ -1,9 +1,9 @@
-// pixel_rows_impl.h - the row conversions: one template over both layouts.
+// pixel_copy_rows_impl.h - the row conversions: one template over both layouts.
 //
 // Each source that includes this has included its lanes first and named its table.
-#include "qx/images/pixel_rules_impl.h"
+#pragma once
 
-#include <array>
+#include "qx/images/pixel_copy_rules_impl.h"
 
 namespace QX::pixel_rows {
 

@@ -1,4 +1,7 @@
-// mip_rows_impl.h - rows of mip levels: one template over the layout, for the lanes included first.
+// resize_mips_impl.h - rows of mip levels: one template over the layout, for the lanes included
+// first.
+#pragma once
+
 #include "qx/images/resize_impl.h"
 
 namespace QX::pixel_rows {

@@ -1,4 +1,4 @@
-// pixel_rules_impl.h - one pixel read and written by the rules of pixel_copy.h.
+// pixel_copy_rules_impl.h - one pixel read and written by the rules of pixel_copy.h.
 #pragma once
 
 #include "qx/images/pixel_copy.h"

@@ -1,6 +1,0 @@
-// pixel_rows_sse2.cpp - the row conversions for any 64-bit processor.
-#include "qx/images/lanes_sse2_impl.h"
-
-#define QX_ROWS_TABLE plain_rows
-
-#include "qx/images/pixel_rows_impl.h"
