@@ -29,7 +29,7 @@ T* make_array(unsigned int count) {
 }
 
 // Blocks that malloc_aligned gave have the block to free in the word before them.
-void free_array(void* items) {
+void free_aligned(void* items) {
     QX::custom_free(static_cast<void**>(items)[-1]);
 }
 
@@ -48,9 +48,9 @@ unsigned int choose_worker_count(unsigned int asked) {
 // These fibres are numbered by the task records, and get their context when they are first used.
 void make_records_in_advance(Scheduler& in, unsigned int count) {
     for (unsigned int i = 0; i < count; ++i) {
-        push_list(in.free_task_records, make_task_record());
+        push_list(in.free[main_thread].task_records, make_task_record());
         ++in.task_record_count;
-        push_list(in.free_fibres, make_fibre_record(in.task_record_count++));
+        push_list(in.free[main_thread].fibres, make_fibre_record(in.task_record_count++));
         ++in.fibre_count;
     }
 }
@@ -77,19 +77,21 @@ void stop_workers(Scheduler& in) {
     }
 }
 
-template <typename Node>
-void free_list(Node*& head) {
-    while (Node* const node = pop_list(head)) QX::custom_free(node);
+void free_records(Scheduler& in) {
+    for (unsigned int i = 0; i < in.free_list_count(); ++i) {
+        while (Task* const task = pop_list(in.free[i].task_records)) free_aligned(task);
+        while (Fibre* const fibre = pop_list(in.free[i].fibres)) QX::custom_free(fibre);
+    }
+    free_aligned(in.free);
 }
 
 void free_scheduler(Scheduler& in) {
-    free_list(in.free_task_records);
-    free_list(in.free_fibres);
+    free_records(in);
     for (unsigned int i = 0; i < in.worker_count; ++i) in.worker_threads[i].store(nullptr);
-    free_array(in.worker_threads);
-    free_array(in.queues);
+    free_aligned(in.worker_threads);
+    free_aligned(in.queues);
     scheduler = nullptr;
-    free_array(&in);
+    free_aligned(&in);
 }
 
 }  // namespace
@@ -119,8 +121,9 @@ unsigned int initialize(
     made->manager = manager;
     made->running = true;
     this_thread().thread_id = main_thread;
-    make_records_in_advance(*made, pre_created);
     made->worker_count = choose_worker_count(worker_threads);
+    made->free = make_array<FreeLists>(made->free_list_count());
+    make_records_in_advance(*made, pre_created);
     made->queues = make_array<TaskQueue>(made->queue_count());
     made->worker_threads = make_array<QX::Thread>(made->worker_count);
     scheduler = made;
@@ -138,14 +141,9 @@ void run_main_thread_tasks() {
     if (scheduler == nullptr || this_thread().thread_id != main_thread) return;
     TaskQueue& queue = scheduler->queues[main_queue];
     queue.acquire();
-    Task* task = queue.take_all();
+    Task* const chain = queue.take_all();
     queue.release();
-    while (task != nullptr) {
-        Task* const next = task->next_task();
-        task->next = nullptr;
-        run(task);
-        task = next;
-    }
+    run_chain(chain);
 }
 
 namespace query {
@@ -163,7 +161,8 @@ unsigned int number_of_worker_threads() {
 namespace this_task {
 
 unsigned int id() {
-    return in_fiberful_task() ? this_thread().current_task->fibre->id | fibre_bit : 0;
+    Task const* const current = this_thread().current_task;
+    return current != nullptr && current->fibre != nullptr ? current->fibre->id | fibre_bit : 0;
 }
 
 void yield() {

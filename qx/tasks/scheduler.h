@@ -131,6 +131,7 @@ QX_API void set_thread_wait_callback(void (*callback)(void* argument), void* arg
 namespace detail {
 
 struct WaitLink;
+struct Task;
 
 // What the scheduler has to know of a callable's type.
 struct FunctionTypeInfo {
@@ -177,7 +178,12 @@ public:
     // fibreless task that would have to wait ends the process.
     QX_API void wait();
 
+    // For the scheduler, of a task that has left its fibre to wait.
+    void park(detail::Task& task);
+
 private:
+    bool link(detail::WaitLink& waiter);
+
     unsigned int count_;
     detail::WaitLink* waiters_ = nullptr;  // all ones while locked
 };

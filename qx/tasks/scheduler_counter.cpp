@@ -21,63 +21,55 @@ void release_waiters(WaitLink* waiter) {
     }
 }
 
-void add_waiter(WaitLink*& waiters, WaitLink& waiter) {
-    waiter.next = lock_list(waiters);
-    unlock_list(waiters, &waiter);
-}
-
-// Runs whatever there is to run until `pending` is cleared. Does not sleep.
-void help_while_pending(ThreadWaiter& waiter) {
-    for (Spin spin; __atomic_load_n(&waiter.pending, __ATOMIC_ACQUIRE) != 0;) {
-        if (Task* const task = pop()) {
-            run(task);
-            continue;
-        }
-        ThreadState const& thread = this_thread();
-        if (thread.wait_callback != nullptr)
-            thread.wait_callback(thread.wait_callback_argument);
-        else
-            spin.pause();
-    }
-}
-
 }  // namespace
 
 Counter::Counter(unsigned int initial) : count_(initial) {}
 
+// The count changes only while the list is locked: one locked instruction serves both.
 unsigned int Counter::internal_increment(unsigned int amount) {
-    return __atomic_fetch_add(&count_, amount, __ATOMIC_SEQ_CST);
+    WaitLink* const waiters = lock_list(waiters_);
+    unsigned int const before = count_;
+    __atomic_store_n(&count_, before + amount, __ATOMIC_RELAXED);
+    unlock_list(waiters_, waiters);
+    return before;
 }
 
-// The list stays locked over the step, so that nobody can begin to wait between a fall to 0 and the
-// walk. Once it is unlocked for the last time the counter may be gone.
+// Nobody can begin to wait between a fall to 0 and the walk. Once the list is unlocked for the last
+// time the counter may be gone.
 void Counter::internal_decrement() {
     WaitLink* const waiters = lock_list(waiters_);
-    bool const last = __atomic_fetch_sub(&count_, 1u, __ATOMIC_SEQ_CST) == 1;
-    unlock_list(waiters_, last ? nullptr : waiters);
-    if (last) release_waiters(waiters);
+    unsigned int const left = count_ - 1;
+    __atomic_store_n(&count_, left, __ATOMIC_RELAXED);
+    unlock_list(waiters_, left == 0 ? nullptr : waiters);
+    if (left == 0) release_waiters(waiters);
 }
 
 unsigned int Counter::value() const {
     return __atomic_load_n(&count_, __ATOMIC_RELAXED);
 }
 
-// Each way of waiting adds a hold of its own, so that nobody sees 0 before the waiter is ready.
-void Counter::wait() {
-    ThreadWaiter waiter = {{nullptr, waiter_is_thread}, 1};
-    bool const fibreful = in_fiberful_task();
-    if (internal_increment(1) == 0) return internal_decrement();
+// A waiter is either linked before the fall to 0 or sees it. Locking the list also waits for a
+// decrement that has not let go of the counter yet.
+bool Counter::link(detail::WaitLink& waiter) {
+    WaitLink* const waiters = lock_list(waiters_);
+    bool const left = count_ != 0;
+    if (left) waiter.next = waiters;
+    unlock_list(waiters_, left ? &waiter : waiters);
+    return left;
+}
 
-    if (fibreful) {
-        // The thread takes the hold away, once the fibre has left it.
-        add_waiter(waiters_, *this_thread().current_task);
-        return send_to_thread({MessageKind::parked, this, nullptr});
-    }
-    bool const worker = this_thread().thread_id > main_thread;
-    if (!worker) add_waiter(waiters_, waiter);
-    internal_decrement();
-    if (worker) throw;  // it may not block, and cannot help: the process ends here
-    help_while_pending(waiter);
+// A task is linked by its thread, once the fibre has left it: from then on anyone may resume it.
+void Counter::park(detail::Task& task) {
+    if (!link(task)) push_front(&task);
+}
+
+void Counter::wait() {
+    if (value() == 0) return unlock_list(waiters_, lock_list(waiters_));
+    if (in_fiberful_task()) return send_to_thread({MessageKind::parked, this, nullptr});
+    if (this_thread().thread_id > main_thread) throw;  // may not block: ends the process
+
+    ThreadWaiter waiter = {{nullptr, waiter_is_thread}, 1};
+    if (link(waiter)) help_while(waiter.pending);
 }
 
 }  // namespace task

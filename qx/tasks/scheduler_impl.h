@@ -4,6 +4,7 @@
 
 #include "qx/base/compiler.h"
 #include "qx/memory/heap.h"
+#include "qx/tasks/fibre.h"
 #include "qx/tasks/fibre_impl.h"
 #include "qx/tasks/scheduler.h"
 #include "qx/tasks/thread.h"
@@ -60,12 +61,13 @@ struct Task : WaitLink {
 };
 static_assert(sizeof(Task) == 560);
 
-// A stack behind its header. Once made it is used for task after task, and never unwound.
+// A stack with its record at the upper end, so that both are in the page that is touched first.
+// Once made it is used for task after task, and never unwound.
 struct Fibre {
+    unsigned char stack[fibre_stack_size];
     unsigned int id;
     Fibre* next;    // in the list of idle fibres
     void* context;  // while suspended; null: never entered
-    unsigned char stack[fibre_stack_size];
 };
 static_assert(sizeof(Fibre) == 1048600);
 
@@ -94,18 +96,24 @@ Node* locked_mark() {
     return reinterpret_cast<Node*>(~std::uintptr_t{0});
 }
 
-// Takes the whole list, which is locked until it is put back.
 template <typename Node>
-Node* lock_list(Node*& head) {
+QX_NOINLINE Node* lock_contended_list(Node*& head) {
     for (Spin spin;;) {
-        Node* const list = __atomic_exchange_n(&head, locked_mark<Node>(), __ATOMIC_SEQ_CST);
-        if (QX_LIKELY(list != locked_mark<Node>())) return list;
         while (__atomic_load_n(&head, __ATOMIC_RELAXED) == locked_mark<Node>()) spin.pause();
+        Node* const list = __atomic_exchange_n(&head, locked_mark<Node>(), __ATOMIC_SEQ_CST);
+        if (list != locked_mark<Node>()) return list;
     }
 }
 
+// Takes the whole list, which is locked until it is put back.
 template <typename Node>
-void unlock_list(Node*& head, Node* list) {
+QX_ALWAYS_INLINE Node* lock_list(Node*& head) {
+    Node* const list = __atomic_exchange_n(&head, locked_mark<Node>(), __ATOMIC_SEQ_CST);
+    return QX_LIKELY(list != locked_mark<Node>()) ? list : lock_contended_list(head);
+}
+
+template <typename Node>
+QX_ALWAYS_INLINE void unlock_list(Node*& head, Node* list) {
     __atomic_store_n(&head, list, __ATOMIC_RELEASE);
 }
 
@@ -113,7 +121,9 @@ void unlock_list(Node*& head, Node* list) {
 template <typename Node>
 Node* pop_list(Node*& head) {
     Node* const node = lock_list(head);
-    unlock_list(head, node != nullptr ? static_cast<Node*>(node->next) : nullptr);
+    auto* const rest = node != nullptr ? static_cast<Node*>(node->next) : nullptr;
+    unlock_list(head, rest);
+    if (rest != nullptr) __builtin_prefetch(rest, 1);  // the next one to be written
     if (node != nullptr) node->next = nullptr;
     return node;
 }
@@ -134,10 +144,9 @@ struct alignas(cache_line) TaskQueue {
     bool try_lock() { return __atomic_exchange_n(&lock, 1u, __ATOMIC_SEQ_CST) == 0; }
 
     void acquire() {
-        for (Spin spin; !try_lock();) {
-            while (__atomic_load_n(&lock, __ATOMIC_RELAXED) != 0) spin.pause();
-        }
+        if (QX_UNLIKELY(!try_lock())) acquire_contended();
     }
+    void acquire_contended();
 
     void release() { __atomic_store_n(&lock, 0u, __ATOMIC_RELEASE); }
 
@@ -145,10 +154,45 @@ struct alignas(cache_line) TaskQueue {
     bool looks_empty() const { return __atomic_load_n(&first, __ATOMIC_RELAXED) == nullptr; }
 
     // The rest needs the lock.
-    void append(Task* chain_first, Task* chain_last);
-    void prepend(Task* chain_first, Task* chain_last);
-    Task* take_first();
-    Task* take_all();
+    void append(Task* chain_first, Task* chain_last) {
+        if (first != nullptr)
+            last->next = chain_first;
+        else
+            __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
+        last = chain_last;
+    }
+
+    void prepend(Task* chain_first, Task* chain_last) {
+        chain_last->next = first;
+        if (first == nullptr) last = chain_last;
+        __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
+    }
+
+    // Null where there is none.
+    Task* take_first() {
+        Task* const task = first;
+        if (task == nullptr) return nullptr;
+        Task* const rest = task->next_task();
+        __atomic_store_n(&first, rest, __ATOMIC_RELAXED);
+        if (rest == nullptr) last = nullptr;
+        task->next = nullptr;
+        return task;
+    }
+
+    // The chain from the first task on.
+    Task* take_all() {
+        Task* const chain = first;
+        __atomic_store_n(&first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
+        last = nullptr;
+        return chain;
+    }
+};
+
+// What a thread has freed, and takes from first; others come here when they have run out. The last
+// entry serves all threads that the scheduler does not know.
+struct alignas(cache_line) FreeLists {
+    Task* task_records;
+    Fibre* fibres;
 };
 
 constexpr unsigned int urgent_queue = 0;
@@ -169,12 +213,12 @@ struct Scheduler {
     alignas(cache_line) unsigned int sleeping_workers;  // written under all queue locks
     unsigned int urgent_count;                          // written under the lock of queue 0
     alignas(cache_line) unsigned int task_record_count;
-    Task* free_task_records;
-    alignas(cache_line) unsigned int fibre_count;
-    Fibre* free_fibres;
+    unsigned int fibre_count;
+    FreeLists* free;  // main thread, workers, unknown threads
     alignas(cache_line) unsigned int round_robin;
 
     unsigned int queue_count() const { return worker_count + first_worker_queue; }
+    unsigned int free_list_count() const { return worker_count + 2; }
     bool is_running() const { return __atomic_load_n(&running, __ATOMIC_RELAXED); }
 };
 
@@ -197,6 +241,10 @@ struct ThreadState {
     HandledExceptions* handled;
     void (*wait_callback)(void*);
     void* wait_callback_argument;
+
+    // One free record of each kind, at hand without a lock while the thread runs tasks.
+    Task* spare_task;
+    Fibre* spare_fibre;
 };
 
 // Where the records' slot lies in the thread block; 0 while there is none, or none within reach.
@@ -224,8 +272,8 @@ void push_front(Task* task);
 // The next task for the calling thread, or null.
 Task* pop();
 
-// Runs a task until it has finished, waits or yields.
-void run(Task* task);
+// Runs the tasks of a chain, each until it has finished, waits or yields.
+void run_chain(Task* first);
 
 // A record with everything set but its place in a queue.
 Task* make_task(
@@ -236,8 +284,17 @@ Task* make_task_record();
 void fill_in(Task* task, FiberMode mode, ThreadMask mask, Priority priority);
 Fibre* make_fibre_record(unsigned int id);
 
-// From the running fibre to its thread; returns when the fibre is resumed.
-void send_to_thread(FibreMessage message);
+// From the running fibre to its thread; returns when the fibre is resumed. Inlined, as is the code
+// on the other side: a processor predicts no return that follows a switch.
+QX_ALWAYS_INLINE void send_to_thread(FibreMessage message) {
+    ThreadState const& thread = this_thread();
+    HandledExceptions const handled = *thread.handled;
+    switch_to_fiber(&thread.current_task->fibre->context, thread.thread_context, &message, true);
+    *this_thread().handled = handled;
+}
+
+// Runs whatever there is to run until `pending` is 0. Does not sleep.
+void help_while(unsigned int& pending);
 
 // A worker's whole life. The start record is freed here.
 struct WorkerStart {

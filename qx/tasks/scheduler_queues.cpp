@@ -102,34 +102,10 @@ Task* steal(Scheduler& from, int thread_id) {
 
 }  // namespace
 
-void TaskQueue::append(Task* chain_first, Task* chain_last) {
-    if (first != nullptr)
-        last->next = chain_first;
-    else
-        __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
-    last = chain_last;
-}
-
-void TaskQueue::prepend(Task* chain_first, Task* chain_last) {
-    chain_last->next = first;
-    if (first == nullptr) last = chain_last;
-    __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
-}
-
-Task* TaskQueue::take_first() {
-    Task* const task = first;
-    if (task == nullptr) return nullptr;
-    __atomic_store_n(&first, task->next_task(), __ATOMIC_RELAXED);
-    if (first == nullptr) last = nullptr;
-    task->next = nullptr;
-    return task;
-}
-
-Task* TaskQueue::take_all() {
-    Task* const chain = first;
-    __atomic_store_n(&first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
-    last = nullptr;
-    return chain;
+void TaskQueue::acquire_contended() {
+    for (Spin spin; !try_lock();) {
+        while (__atomic_load_n(&lock, __ATOMIC_RELAXED) != 0) spin.pause();
+    }
 }
 
 void push_back(Task* first, Task* last, unsigned int count) {

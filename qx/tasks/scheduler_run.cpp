@@ -3,15 +3,104 @@
 #include "qx/tasks/guard_impl.h"
 #include "qx/tasks/scheduler_impl.h"
 
+#include <type_traits>
+#include <utility>
+
 namespace task::detail {
 
 namespace {
 
 constexpr unsigned int rounds_before_sleep = 2000;
+constexpr unsigned int colours = 32;
 
-void recycle(Task* task) {
-    push_list<Task>(scheduler->free_task_records, task);
+unsigned int own_free_list() {
+    int const thread_id = this_thread().thread_id;
+    return thread_id != unknown_thread ? static_cast<unsigned int>(thread_id)
+                                       : scheduler->worker_count + 1;
 }
+
+template <typename Node>
+Node*& list_in(FreeLists& lists) {
+    if constexpr (std::is_same_v<Node, Task>)
+        return lists.task_records;
+    else
+        return lists.fibres;
+}
+
+// Everything that one other thread has freed, or null if none has anything.
+template <typename Node>
+Node* take_from_others(unsigned int own) {
+    unsigned int const count = scheduler->free_list_count();
+    for (unsigned int k = 1; k < count; ++k) {
+        Node*& head = list_in<Node>(scheduler->free[(own + k) % count]);
+        if (__atomic_load_n(&head, __ATOMIC_RELAXED) == nullptr) continue;
+        Node* const list = lock_list(head);
+        unlock_list<Node>(head, nullptr);
+        if (list != nullptr) return list;
+    }
+    return nullptr;
+}
+
+template <typename Node>
+void give_chain(Node*& head, Node* chain) {
+    Node* const list = lock_list(head);
+    if (QX_UNLIKELY(list != nullptr)) {  // only where threads share a list
+        Node* last = chain;
+        while (last->next != nullptr) last = static_cast<Node*>(last->next);
+        last->next = list;
+    }
+    unlock_list(head, chain);
+}
+
+// A free record of the calling thread's, or of another's: null only where nobody has any.
+template <typename Node>
+Node* take_free() {
+    unsigned int const own = own_free_list();
+    Node*& head = list_in<Node>(scheduler->free[own]);
+    if (Node* const node = pop_list(head)) return node;
+    Node* const taken = take_from_others<Node>(own);
+    if (taken == nullptr) return nullptr;
+    if (taken->next != nullptr) give_chain(head, static_cast<Node*>(taken->next));
+    taken->next = nullptr;
+    return taken;
+}
+
+template <typename Node>
+void give_free(Node* node) {
+    push_list(list_in<Node>(scheduler->free[own_free_list()]), node);
+}
+
+// Keeps a record at hand for the next task of this thread. Only within SpareRecords.
+template <typename Node>
+QX_ALWAYS_INLINE void keep_spare(Node*& spare, Node* node) {
+    if (spare == nullptr)
+        spare = node;
+    else
+        give_free(node);
+}
+
+template <typename Node>
+QX_ALWAYS_INLINE Node* take_spare(Node*& spare) {
+    Node* const node = spare;
+    if (node == nullptr) return take_free<Node>();
+    spare = nullptr;
+    return node;
+}
+
+void give_spares() {
+    ThreadState& thread = this_thread();
+    if (thread.spare_task != nullptr) give_free(std::exchange(thread.spare_task, nullptr));
+    if (thread.spare_fibre != nullptr) give_free(std::exchange(thread.spare_fibre, nullptr));
+}
+
+// While it stands the thread may keep spare records; afterwards they are everybody's.
+class SpareRecords {
+public:
+    SpareRecords() = default;
+    ~SpareRecords() { give_spares(); }
+    SpareRecords(SpareRecords const&) = delete;
+    SpareRecords& operator=(SpareRecords const&) = delete;
+};
 
 void clear_callable(Task& task) {
     task.invoke = nullptr;
@@ -31,8 +120,12 @@ long put_to_filter(_EXCEPTION_POINTERS* pointers) {
     return filter != nullptr ? filter(pointers) : QX::continue_search;
 }
 
-// The first frame of each fibre: task after task, each handed over by the switch.
+// The first frame of each fibre: task after task, each handed over by the switch. The stacks lie at
+// like places of their pages, so each fibre starts a few lines off, lest all want the same ones.
 void run_tasks_on_fibre(void* task) {
+    unsigned int const colour = static_cast<Task*>(task)->fibre->id % colours;
+    void* const room = __builtin_alloca(colour * cache_line + 1);
+    asm volatile("" : : "r"(room));
     for (;;) {
         Task& running = *static_cast<Task*>(task);
         qx_guarded_call(invoke_and_destroy, &running, put_to_filter);
@@ -46,11 +139,11 @@ void run_tasks_on_fibre(void* task) {
 // --- On the thread -------------------------------------------------------------------------------
 
 void make_context(Fibre& fibre) {
-    fibre.context = make_fiber(&fibre + 1, fibre_stack_size, run_tasks_on_fibre);
+    fibre.context = make_fiber(&fibre.id, fibre_stack_size, run_tasks_on_fibre);
 }
 
 Fibre* take_fibre() {
-    Fibre* fibre = pop_list(scheduler->free_fibres);
+    Fibre* fibre = take_spare(this_thread().spare_fibre);
     if (fibre == nullptr) {
         fibre =
             make_fibre_record(__atomic_fetch_add(&scheduler->fibre_count, 1u, __ATOMIC_SEQ_CST));
@@ -61,7 +154,7 @@ Fibre* take_fibre() {
 
 // Switches to the task's fibre until it sends something. What the thread was about is kept aside,
 // since a task may itself run others.
-FibreMessage const& enter_fibre(Task& task) {
+QX_ALWAYS_INLINE FibreMessage const& enter_fibre(Task& task) {
     ThreadState& thread = this_thread();
     Task* const outer_task = thread.current_task;
     void* const outer_context = thread.thread_context;
@@ -76,12 +169,13 @@ FibreMessage const& enter_fibre(Task& task) {
 }
 
 void finish_fibreful(Task* task) {
-    push_list(scheduler->free_fibres, task->fibre);
+    ThreadState& thread = this_thread();
+    keep_spare(thread.spare_fibre, task->fibre);
     task->fibre = nullptr;
-    recycle(task);
+    keep_spare(thread.spare_task, task);
 }
 
-void run_fibreful(Task* task) {
+QX_ALWAYS_INLINE void run_fibreful(Task* task) {
     if (task->fibre == wants_fibre()) task->fibre = take_fibre();
     for (;;) {
         FibreMessage const& message = enter_fibre(*task);
@@ -89,7 +183,7 @@ void run_fibreful(Task* task) {
         case MessageKind::finished: return finish_fibreful(task);
         case MessageKind::parked:
             // From here on the task may run elsewhere.
-            return static_cast<Counter*>(message.first)->internal_decrement();
+            return static_cast<Counter*>(message.first)->park(*task);
         case MessageKind::requeue: return push_back(task, task, 1);
         case MessageKind::run_on_thread:
             static_cast<FunctionTypeInfo*>(message.first)->invoke(message.second);
@@ -98,17 +192,27 @@ void run_fibreful(Task* task) {
     }
 }
 
-void run_fibreless(Task* task) {
+QX_ALWAYS_INLINE void run_fibreless(Task* task) {
     task->invoke(task->closure);
     task->destroy(task->closure);
     clear_callable(*task);
-    recycle(task);
+    keep_spare(this_thread().spare_task, task);
+}
+
+QX_ALWAYS_INLINE void run(Task* task) {
+    if (task->fibre == nullptr)
+        run_fibreless(task);
+    else
+        run_fibreful(task);
 }
 
 // --- Workers -------------------------------------------------------------------------------------
 
 // Locks all queues, each at the first attempt, as long as they are empty. False if one was not.
 bool lock_all_empty_queues(Scheduler& in) {
+    for (unsigned int i = 0; i < in.queue_count(); ++i) {
+        if (!in.queues[i].looks_empty()) return false;
+    }
     for (unsigned int i = 0; i < in.queue_count(); ++i) {
         TaskQueue& queue = in.queues[i];
         bool const taken = !queue.try_lock();
@@ -137,12 +241,14 @@ void sleep_if_idle(Scheduler& in) {
 
 // Looks for work a little longer before it sleeps: waking costs far more.
 void work(Scheduler& in) {
+    SpareRecords const spares;
     unsigned int idle_rounds = 0;
     while (in.is_running()) {
         if (Task* const task = pop()) {
             run(task);
             idle_rounds = 0;
         } else if (++idle_rounds < rounds_before_sleep) {
+            if (idle_rounds == 1) give_spares();
             __builtin_ia32_pause();
         } else {
             sleep_if_idle(in);
@@ -180,15 +286,36 @@ unsigned int run_worker(void* start_record) {
     return 0;
 }
 
-void run(Task* task) {
-    if (task->fibre == nullptr)
-        run_fibreless(task);
-    else
-        run_fibreful(task);
+void run_chain(Task* task) {
+    SpareRecords const spares;
+    while (task != nullptr) {
+        Task* const next = task->next_task();
+        task->next = nullptr;
+        run(task);
+        task = next;
+    }
+}
+
+void help_while(unsigned int& pending) {
+    SpareRecords const spares;
+    for (Spin spin; __atomic_load_n(&pending, __ATOMIC_ACQUIRE) != 0;) {
+        if (Task* const task = pop()) {
+            run(task);
+            continue;
+        }
+        give_spares();
+        ThreadState const& thread = this_thread();
+        if (thread.wait_callback != nullptr)
+            thread.wait_callback(thread.wait_callback_argument);
+        else
+            spin.pause();
+    }
 }
 
 Task* make_task_record() {
-    auto* const task = static_cast<Task*>(QX::custom_malloc(sizeof(Task), QX::HEAP_GENERAL));
+    // Aligned, so that what every task touches is one line.
+    auto* const task =
+        static_cast<Task*>(QX::malloc_aligned(sizeof(Task), cache_line, QX::HEAP_GENERAL));
     task->next = nullptr;
     task->waiter_kind = waiter_is_task;
     clear_callable(*task);
@@ -212,7 +339,7 @@ void fill_in(Task* task, FiberMode mode, ThreadMask mask, Priority priority) {
 }
 
 Task* take_task_record() {
-    if (Task* const task = pop_list<Task>(scheduler->free_task_records)) return task;
+    if (Task* const task = take_spare(this_thread().spare_task)) return task;
     Task* const task = make_task_record();
     __atomic_fetch_add(&scheduler->task_record_count, 1u, __ATOMIC_SEQ_CST);
     return task;
@@ -226,19 +353,12 @@ Task* make_task(
     try {
         type.construct(task->closure, callable);
     } catch (...) {
-        recycle(task);
+        give_free(task);
         throw;
     }
     task->invoke = type.invoke;
     task->destroy = type.destroy;
     return task;
-}
-
-void send_to_thread(FibreMessage message) {
-    ThreadState const& thread = this_thread();
-    HandledExceptions const handled = *thread.handled;
-    switch_to_fiber(&thread.current_task->fibre->context, thread.thread_context, &message, true);
-    *this_thread().handled = handled;
 }
 
 }  // namespace task::detail

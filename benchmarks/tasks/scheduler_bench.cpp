@@ -1,0 +1,229 @@
+// scheduler_bench.cpp - spawning, joining, waking, with the main thread and one worker, beside the
+// system's thread pool and events.
+#include "benchmarks/bench.h"
+#include "qx/qx.h"
+#include "qx/base/windows.h"
+
+#include <atomic>
+
+namespace {
+
+using task::FiberMode;
+using task::Priority;
+using task::ThreadMask;
+
+constexpr int spawned = 100000;
+constexpr int set_size = 1000;
+
+void spawn_each(FiberMode mode) {
+    task::Counter left(spawned);
+    for (int i = 0; i < spawned; ++i) {
+        task::spawn(
+            mode, ThreadMask::any_thread, Priority::normal, [&left] { left.internal_decrement(); });
+    }
+    left.wait();
+}
+
+void spawn_batches() {
+    for (int round = 0; round < spawned / set_size; ++round) {
+        task::Counter left(set_size);
+        task::Batch batch(ThreadMask::any_thread, Priority::normal);
+        for (int i = 0; i < set_size; ++i)
+            batch.spawn(FiberMode::fiberless, [&left] { left.internal_decrement(); });
+        batch.submit();
+        left.wait();
+    }
+}
+
+// The system's pool, its work items made once.
+struct SystemPool {
+    SystemPool() : work(CreateThreadpoolWork(run, this, nullptr)) {}
+    ~SystemPool() { CloseThreadpoolWork(work); }
+
+    static void CALLBACK run(PTP_CALLBACK_INSTANCE, void* self, PTP_WORK) {
+        --static_cast<SystemPool*>(self)->left;
+    }
+
+    void submit_all(int count) {
+        left = count;
+        for (int i = 0; i < count; ++i) SubmitThreadpoolWork(work);
+        while (left != 0) YieldProcessor();
+    }
+
+    PTP_WORK work;
+    std::atomic<int> left = 0;
+};
+
+unsigned int fib(unsigned int n);
+
+struct Fork {
+    unsigned int n;
+    unsigned int result = 0;
+    task::Counter left{1};
+};
+
+unsigned int fib(unsigned int n) {
+    if (n < 2) return n;
+    Fork fork = {n - 1};
+    task::spawn(FiberMode::fiberful, ThreadMask::any_thread, Priority::normal, [&fork] {
+        fork.result = fib(fork.n);
+        fork.left.internal_decrement();
+    });
+    unsigned int const other = fib(n - 2);
+    fork.left.wait();
+    return fork.result + other;
+}
+
+constexpr int fib_rounds = 10;
+constexpr double fib16_tasks = 1596;
+
+void fork_and_join() {
+    for (int i = 0; i < fib_rounds; ++i) {
+        task::Counter left(1);
+        task::spawn(FiberMode::fiberful, ThreadMask::worker_threads, Priority::normal, [&left] {
+            bench::keep(fib(16));
+            left.internal_decrement();
+        });
+        left.wait();
+    }
+}
+
+void wait_for_child(task::Counter& all) {
+    task::Counter child(1);
+    task::spawn(FiberMode::fiberful, ThreadMask::any_thread, Priority::normal, [&child] {
+        child.internal_decrement();
+    });
+    child.wait();
+    all.internal_decrement();
+}
+
+void nested_waits() {
+    for (int round = 0; round < 20; ++round) {
+        task::Counter all(set_size);
+        for (int i = 0; i < set_size; ++i) {
+            task::spawn(FiberMode::fiberful, ThreadMask::any_thread, Priority::normal, [&all] {
+                wait_for_child(all);
+            });
+        }
+        all.wait();
+    }
+}
+
+void round_trips() {
+    for (int i = 0; i < 10000; ++i) {
+        task::Counter left(1);
+        task::spawn(FiberMode::fiberless, ThreadMask::any_thread, Priority::normal, [&left] {
+            left.internal_decrement();
+        });
+        left.wait();
+    }
+}
+
+// The time until a task runs on a worker that sleeps, and until a thread runs that waits for an
+// event: what lies between two settled sleeps is not counted, so this is timed by hand.
+template <typename Wake>
+double median_wake(Wake wake) {
+    std::vector<double> times;
+    for (int i = 0; i < 200; ++i) {
+        Sleep(2);
+        std::atomic<bool> awake = false;
+        auto const start = std::chrono::steady_clock::now();
+        wake(awake);
+        while (!awake) YieldProcessor();
+        std::chrono::duration<double, std::nano> const took =
+            std::chrono::steady_clock::now() - start;
+        times.push_back(took.count());
+        Sleep(0);
+    }
+    return bench::median(times);
+}
+
+void wake_a_worker(std::atomic<bool>& awake) {
+    task::spawn(FiberMode::fiberless, ThreadMask::worker_threads, Priority::normal, [&awake] {
+        awake = true;
+    });
+}
+
+struct EventWaiter {
+    EventWaiter() { QX::run_in_native_thread(run, this, thread); }
+    ~EventWaiter() {
+        awake = nullptr;
+        event.signal();
+        QX::wait_for_thread(thread);
+    }
+
+    static unsigned int run(void* object) {
+        auto& self = *static_cast<EventWaiter*>(object);
+        for (;;) {
+            self.event.wait();
+            if (self.awake == nullptr) return 0;
+            *self.awake = true;
+        }
+    }
+
+    QX::Event event{false, false};
+    QX::Thread thread;
+    std::atomic<bool>* awake = nullptr;
+};
+
+void print_wakes() {
+    EventWaiter waiter;
+    double const ours = median_wake(wake_a_worker);
+    double const theirs = median_wake([&](std::atomic<bool>& awake) {
+        waiter.awake = &awake;
+        waiter.event.signal();
+    });
+    double const call = [&] {
+        QX::Event event(true, false);
+        auto const start = std::chrono::steady_clock::now();
+        for (int i = 0; i < 1000; ++i) event.signal();
+        std::chrono::duration<double, std::nano> const took =
+            std::chrono::steady_clock::now() - start;
+        return took.count() / 1000;
+    }();
+    std::printf("| wake a sleeping worker | **QXLibs** | %.4g | |\n", ours);
+    std::printf("| | thread on an event | %.4g | %.2f |\n", theirs, theirs / ours);
+    std::printf("| | SetEvent alone | %.4g | %.2f |\n", call, call / ours);
+}
+
+void ask_for_id() {
+    for (int i = 0; i < 1000000; ++i) bench::keep(task::this_task::id());
+}
+
+void ask_for_slot(DWORD slot) {
+    for (int i = 0; i < 1000000; ++i) bench::keep(TlsGetValue(slot));
+}
+
+}  // namespace
+
+int main() {
+    if (task::initialize(nullptr, 1, 0) != 1) return 1;
+    SystemPool pool;
+    bench::Table const table("scheduler");
+    table.row(
+        "spawn one by one, a task", spawned,
+        {{"QXLibs, fibreless", [] { spawn_each(FiberMode::fiberless); }},
+         {"QXLibs, fibreful", [] { spawn_each(FiberMode::fiberful); }},
+         {"system's pool", [&] { pool.submit_all(spawned); }}});
+    table.row(
+        "batches of 1000, a task", spawned,
+        {{"QXLibs", spawn_batches}, {"system's pool", [&] {
+                                         for (int i = 0; i < spawned / set_size; ++i)
+                                             pool.submit_all(set_size);
+                                     }}});
+    table.row(
+        "fork and join, fib 16, a task", fib_rounds * fib16_tasks, {{"QXLibs", fork_and_join}});
+    table.row("nested waits, a task and its child", 20.0 * set_size, {{"QXLibs", nested_waits}});
+    table.row(
+        "spawn one and wait for it", 10000, {{"QXLibs", round_trips}, {"system's pool", [&] {
+                                                                           for (int i = 0;
+                                                                                i < 10000; ++i)
+                                                                               pool.submit_all(1);
+                                                                       }}});
+    DWORD const slot = TlsAlloc();
+    table.row(
+        "ask who runs, a call", 1000000,
+        {{"this_task::id", ask_for_id}, {"TlsGetValue", [&] { ask_for_slot(slot); }}});
+    print_wakes();
+    task::terminate();
+}
