@@ -139,11 +139,7 @@ void terminate() {
 
 void run_main_thread_tasks() {
     if (scheduler == nullptr || this_thread().thread_id != main_thread) return;
-    TaskQueue& queue = scheduler->queues[main_queue];
-    queue.acquire();
-    Task* const chain = queue.take_all();
-    queue.release();
-    run_chain(chain);
+    run_chain(scheduler->queues[main_queue].take_all());
 }
 
 namespace query {

@@ -17,6 +17,11 @@ namespace task::detail {
 constexpr unsigned int fibre_stack_size = 1 << 20;
 constexpr unsigned int cache_line = 64;
 
+// Begins to bring a line in to be written, so that it is not asked for twice.
+inline void fetch_for_writing(void const* line) {
+    asm volatile("prefetchw %0" : : "m"(*static_cast<char const*>(line)));
+}
+
 // --- Spinning ------------------------------------------------------------------------------------
 
 // Gives the processor to another thread that is ready, if there is one.
@@ -33,6 +38,20 @@ public:
 private:
     static constexpr unsigned int rounds_before_giving_way = 1024;
     unsigned int rounds_ = 0;
+};
+
+// Pauses between two looks for work, each longer than the last.
+class Backoff {
+public:
+    unsigned int next() {
+        if (length_ < longest) ++length_;
+        return length_;
+    }
+    void reset() { length_ = 0; }
+
+private:
+    static constexpr unsigned int longest = 16;
+    unsigned int length_ = 0;
 };
 
 // --- Records -------------------------------------------------------------------------------------
@@ -112,6 +131,12 @@ QX_ALWAYS_INLINE Node* lock_list(Node*& head) {
     return QX_LIKELY(list != locked_mark<Node>()) ? list : lock_contended_list(head);
 }
 
+// The mark where somebody else has the list; else as above.
+template <typename Node>
+Node* try_lock_list(Node*& head) {
+    return __atomic_exchange_n(&head, locked_mark<Node>(), __ATOMIC_SEQ_CST);
+}
+
 template <typename Node>
 QX_ALWAYS_INLINE void unlock_list(Node*& head, Node* list) {
     __atomic_store_n(&head, list, __ATOMIC_RELEASE);
@@ -123,7 +148,7 @@ Node* pop_list(Node*& head) {
     Node* const node = lock_list(head);
     auto* const rest = node != nullptr ? static_cast<Node*>(node->next) : nullptr;
     unlock_list(head, rest);
-    if (rest != nullptr) __builtin_prefetch(rest, 1);  // the next one to be written
+    if (rest != nullptr) fetch_for_writing(rest);
     if (node != nullptr) node->next = nullptr;
     return node;
 }
@@ -136,55 +161,104 @@ void push_list(Node*& head, Node* node) {
 
 // --- The scheduler -------------------------------------------------------------------------------
 
-struct alignas(cache_line) TaskQueue {
-    unsigned int lock;  // bit 0
-    Task* first;
-    Task* last;
-
-    bool try_lock() { return __atomic_exchange_n(&lock, 1u, __ATOMIC_SEQ_CST) == 0; }
+class SpinLock {
+public:
+    bool try_lock() { return __atomic_exchange_n(&word_, 1u, __ATOMIC_SEQ_CST) == 0; }
 
     void acquire() {
         if (QX_UNLIKELY(!try_lock())) acquire_contended();
     }
+
+    void release() { __atomic_store_n(&word_, 0u, __ATOMIC_RELEASE); }
+
+private:
     void acquire_contended();
 
-    void release() { __atomic_store_n(&lock, 0u, __ATOMIC_RELEASE); }
+    unsigned int word_;  // bit 0
+};
 
-    // Without the lock: what was so a moment ago.
-    bool looks_empty() const { return __atomic_load_n(&first, __ATOMIC_RELAXED) == nullptr; }
+// One queue in two halves, so that those who push and those who pop do not want the same line:
+// tasks enter behind `in`, leave at `out`, and move over together when `out` has run out. What
+// stands in `out` is before what stands in `in`. Where both locks are held, `out`'s was taken
+// first.
+struct TaskQueue {
+    struct alignas(cache_line) Out {
+        SpinLock lock;
+        Task* first;
+    };
+    struct alignas(cache_line) In {
+        SpinLock lock;
+        Task* first;
+        Task* last;
+    };
 
-    // The rest needs the lock.
-    void append(Task* chain_first, Task* chain_last) {
-        if (first != nullptr)
-            last->next = chain_first;
+    Out out;
+    In in;
+
+    // Without a lock: what was so a moment ago.
+    bool looks_empty() const {
+        return __atomic_load_n(&out.first, __ATOMIC_RELAXED) == nullptr &&
+               __atomic_load_n(&in.first, __ATOMIC_RELAXED) == nullptr;
+    }
+
+    void push_back(Task* first, Task* last) {
+        in.lock.acquire();
+        if (in.first != nullptr)
+            in.last->next = first;
         else
-            __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
-        last = chain_last;
+            __atomic_store_n(&in.first, first, __ATOMIC_RELAXED);
+        in.last = last;
+        in.lock.release();
     }
 
-    void prepend(Task* chain_first, Task* chain_last) {
-        chain_last->next = first;
-        if (first == nullptr) last = chain_last;
-        __atomic_store_n(&first, chain_first, __ATOMIC_RELAXED);
+    void push_front(Task* task) {
+        out.lock.acquire();
+        task->next = out.first;
+        set_first(task);
+        out.lock.release();
     }
 
-    // Null where there is none.
-    Task* take_first() {
-        Task* const task = first;
-        if (task == nullptr) return nullptr;
-        Task* const rest = task->next_task();
-        __atomic_store_n(&first, rest, __ATOMIC_RELAXED);
-        if (rest == nullptr) last = nullptr;
-        task->next = nullptr;
+    Task* pop() {
+        out.lock.acquire();
+        Task* const task = peek();
+        if (task != nullptr) unlink(task);
+        out.lock.release();
         return task;
     }
 
-    // The chain from the first task on.
-    Task* take_all() {
-        Task* const chain = first;
-        __atomic_store_n(&first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
-        last = nullptr;
+    // Gives the first task unless it is pinned to a worker.
+    Task* steal();
+
+    // The whole chain.
+    Task* take_all();
+
+    bool try_lock_empty();
+    void acquire();
+    void release();
+
+private:
+    void set_first(Task* task) { __atomic_store_n(&out.first, task, __ATOMIC_RELAXED); }
+
+    // The first task, moved to `out`. With that lock.
+    Task* peek() {
+        if (out.first == nullptr && __atomic_load_n(&in.first, __ATOMIC_RELAXED) != nullptr)
+            set_first(take_in());
+        return out.first;
+    }
+
+    Task* take_in() {
+        in.lock.acquire();
+        Task* const chain = in.first;
+        __atomic_store_n(&in.first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
+        in.lock.release();
         return chain;
+    }
+
+    void unlink(Task* task) {
+        Task* const rest = task->next_task();
+        set_first(rest);
+        if (rest != nullptr) fetch_for_writing(rest);
+        task->next = nullptr;
     }
 };
 
@@ -211,10 +285,11 @@ struct Scheduler {
 
     // Each line of its own: written by all, or read by all and seldom written.
     alignas(cache_line) unsigned int sleeping_workers;  // written under all queue locks
-    unsigned int urgent_count;                          // written under the lock of queue 0
+    unsigned int urgent_count;
     alignas(cache_line) unsigned int task_record_count;
     unsigned int fibre_count;
-    FreeLists* free;  // main thread, workers, unknown threads
+    FreeLists* free;           // main thread, workers, unknown threads
+    unsigned int moved_lists;  // how often one thread took over another's
     alignas(cache_line) unsigned int round_robin;
 
     unsigned int queue_count() const { return worker_count + first_worker_queue; }

@@ -15,7 +15,7 @@ unsigned int next_worker_queue(Scheduler& from) {
     return first_worker_queue + turn % from.worker_count;
 }
 
-unsigned int route(Scheduler& in, Task const& task, int thread_id) {
+QX_ALWAYS_INLINE unsigned int route(Scheduler& in, Task const& task, int thread_id) {
     bool const from_worker = thread_id > main_thread;
     switch (task.thread_mask) {
     case ThreadMask::any_thread:
@@ -39,54 +39,31 @@ void wake_if_needed(Scheduler& in, bool lone_own_push) {
     unlock_wake_mutex(in);
 }
 
-enum class End { back, front };
+struct Target {
+    unsigned int number;
+    bool own;
+};
 
-template <End end>
-void push(Task* first, Task* last, unsigned int count) {
-    Scheduler& in = *scheduler;
+QX_ALWAYS_INLINE Target target_of(Scheduler& in, Task const& task) {
     int const thread_id = this_thread().thread_id;
-    unsigned int const number = route(in, *first, thread_id);
-    TaskQueue& queue = in.queues[number];
-    bool const alone = first == last;
-
-    queue.acquire();
-    if constexpr (end == End::back)
-        queue.append(first, last);
-    else
-        queue.prepend(first, last);
-    if (number == urgent_queue)
-        __atomic_store_n(&in.urgent_count, in.urgent_count + count, __ATOMIC_RELAXED);
-    queue.release();
-
-    wake_if_needed(in, alone && number == own_queue(thread_id));
+    unsigned int const number = route(in, task, thread_id);
+    return {number, number == own_queue(thread_id)};
 }
 
-Task* pop_from(TaskQueue& queue) {
-    if (queue.looks_empty()) return nullptr;
-    queue.acquire();
-    Task* const task = queue.take_first();
-    queue.release();
-    return task;
+// Before the push: nobody may pop an urgent task that is not counted.
+void count_urgent(Scheduler& in, unsigned int number, unsigned int count) {
+    if (QX_UNLIKELY(number == urgent_queue))
+        __atomic_fetch_add(&in.urgent_count, count, __ATOMIC_SEQ_CST);
 }
 
 Task* pop_urgent(Scheduler& from) {
-    TaskQueue& queue = from.queues[urgent_queue];
-    queue.acquire();
-    Task* const task = queue.take_first();
-    if (task != nullptr)
-        __atomic_store_n(&from.urgent_count, from.urgent_count - 1, __ATOMIC_RELAXED);
-    queue.release();
+    Task* const task = from.queues[urgent_queue].pop();
+    if (task != nullptr) __atomic_fetch_sub(&from.urgent_count, 1u, __ATOMIC_SEQ_CST);
     return task;
 }
 
-// A first task that is pinned keeps thieves from those behind it.
-Task* steal_from(TaskQueue& queue) {
-    if (queue.looks_empty()) return nullptr;
-    queue.acquire();
-    bool const pinned = queue.first != nullptr && static_cast<int>(queue.first->thread_mask) >= 3;
-    Task* const task = pinned ? nullptr : queue.take_first();
-    queue.release();
-    return task;
+QX_ALWAYS_INLINE Task* pop_from(TaskQueue& queue) {
+    return queue.looks_empty() ? nullptr : queue.pop();
 }
 
 // Round the workers' queues from the next worker's to the thief's own.
@@ -94,7 +71,8 @@ Task* steal(Scheduler& from, int thread_id) {
     unsigned int const count = from.worker_count;
     unsigned int at = (static_cast<unsigned int>(thread_id) + count) % count;
     for (unsigned int k = 0; k < count; ++k) {
-        if (Task* const task = steal_from(from.queues[first_worker_queue + at])) return task;
+        TaskQueue& queue = from.queues[first_worker_queue + at];
+        if (Task* const task = queue.looks_empty() ? nullptr : queue.steal()) return task;
         if (++at == count) at = 0;
     }
     return nullptr;
@@ -102,18 +80,69 @@ Task* steal(Scheduler& from, int thread_id) {
 
 }  // namespace
 
-void TaskQueue::acquire_contended() {
+void SpinLock::acquire_contended() {
     for (Spin spin; !try_lock();) {
-        while (__atomic_load_n(&lock, __ATOMIC_RELAXED) != 0) spin.pause();
+        while (__atomic_load_n(&word_, __ATOMIC_RELAXED) != 0) spin.pause();
     }
 }
 
+// A first task that is pinned keeps thieves from those behind it.
+Task* TaskQueue::steal() {
+    out.lock.acquire();
+    Task* task = peek();
+    if (task != nullptr && static_cast<int>(task->thread_mask) >= 3) task = nullptr;
+    if (task != nullptr) unlink(task);
+    out.lock.release();
+    return task;
+}
+
+Task* TaskQueue::take_all() {
+    acquire();
+    WaitLink chain = {out.first, waiter_is_task};
+    WaitLink* last = &chain;
+    while (last->next != nullptr) last = last->next;
+    last->next = in.first;
+    set_first(nullptr);
+    __atomic_store_n(&in.first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
+    release();
+    return static_cast<Task*>(chain.next);
+}
+
+bool TaskQueue::try_lock_empty() {
+    if (!out.lock.try_lock()) return false;
+    if (in.lock.try_lock()) {
+        if (out.first == nullptr && in.first == nullptr) return true;
+        in.lock.release();
+    }
+    out.lock.release();
+    return false;
+}
+
+void TaskQueue::acquire() {
+    out.lock.acquire();
+    in.lock.acquire();
+}
+
+void TaskQueue::release() {
+    in.lock.release();
+    out.lock.release();
+}
+
 void push_back(Task* first, Task* last, unsigned int count) {
-    push<End::back>(first, last, count);
+    Scheduler& in = *scheduler;
+    Target const target = target_of(in, *first);
+    bool const alone = first == last;
+    count_urgent(in, target.number, count);
+    in.queues[target.number].push_back(first, last);
+    wake_if_needed(in, alone && target.own);
 }
 
 void push_front(Task* task) {
-    push<End::front>(task, task, 1);
+    Scheduler& in = *scheduler;
+    Target const target = target_of(in, *task);
+    count_urgent(in, target.number, 1);
+    in.queues[target.number].push_front(task);
+    wake_if_needed(in, target.own);
 }
 
 Task* pop() {

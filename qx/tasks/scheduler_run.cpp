@@ -10,7 +10,11 @@ namespace task::detail {
 
 namespace {
 
-constexpr unsigned int rounds_before_sleep = 2000;
+// A look at a queue costs those who push a cache line, and what gathers meanwhile is taken at once:
+// so a worker looks about every half microsecond, for some 50 of them.
+constexpr unsigned int pauses_between_looks = 48;
+constexpr unsigned int looks_before_sleep = 100;
+
 constexpr unsigned int colours = 32;
 
 unsigned int own_free_list() {
@@ -27,42 +31,51 @@ Node*& list_in(FreeLists& lists) {
         return lists.fibres;
 }
 
-// Everything that one other thread has freed, or null if none has anything.
+// The first record of another's list, the others of which become the caller's own. A thread that is
+// about to take in a list itself is not waited for: then they stay where they are.
+template <typename Node>
+Node* take_over(Node*& from, Node*& own) {
+    Node* const node = lock_list(from);
+    auto* rest = node != nullptr ? static_cast<Node*>(node->next) : nullptr;
+    if (rest != nullptr) {
+        Node* const mine = try_lock_list(own);
+        if (mine == nullptr) {
+            unlock_list(own, rest);
+            rest = nullptr;
+            __atomic_fetch_add(&scheduler->moved_lists, 1u, __ATOMIC_SEQ_CST);
+        } else if (mine != locked_mark<Node>()) {
+            unlock_list(own, mine);
+        }
+    }
+    unlock_list(from, rest);
+    if (node != nullptr) node->next = nullptr;
+    return node;
+}
+
+// Looks again where a list has moved meanwhile: it may have moved to where the look had been.
 template <typename Node>
 Node* take_from_others(unsigned int own) {
     unsigned int const count = scheduler->free_list_count();
-    for (unsigned int k = 1; k < count; ++k) {
-        Node*& head = list_in<Node>(scheduler->free[(own + k) % count]);
-        if (__atomic_load_n(&head, __ATOMIC_RELAXED) == nullptr) continue;
-        Node* const list = lock_list(head);
-        unlock_list<Node>(head, nullptr);
-        if (list != nullptr) return list;
-    }
+    unsigned int before;
+    do {
+        before = __atomic_load_n(&scheduler->moved_lists, __ATOMIC_SEQ_CST);
+        for (unsigned int k = 1; k <= count; ++k) {
+            Node*& from = list_in<Node>(scheduler->free[(own + k) % count]);
+            Node*& to = list_in<Node>(scheduler->free[own]);
+            if (__atomic_load_n(&from, __ATOMIC_SEQ_CST) == nullptr) continue;
+            Node* const node = &from == &to ? pop_list(from) : take_over(from, to);
+            if (node != nullptr) return node;
+        }
+    } while (before != __atomic_load_n(&scheduler->moved_lists, __ATOMIC_SEQ_CST));
     return nullptr;
-}
-
-template <typename Node>
-void give_chain(Node*& head, Node* chain) {
-    Node* const list = lock_list(head);
-    if (QX_UNLIKELY(list != nullptr)) {  // only where threads share a list
-        Node* last = chain;
-        while (last->next != nullptr) last = static_cast<Node*>(last->next);
-        last->next = list;
-    }
-    unlock_list(head, chain);
 }
 
 // A free record of the calling thread's, or of another's: null only where nobody has any.
 template <typename Node>
 Node* take_free() {
     unsigned int const own = own_free_list();
-    Node*& head = list_in<Node>(scheduler->free[own]);
-    if (Node* const node = pop_list(head)) return node;
-    Node* const taken = take_from_others<Node>(own);
-    if (taken == nullptr) return nullptr;
-    if (taken->next != nullptr) give_chain(head, static_cast<Node*>(taken->next));
-    taken->next = nullptr;
-    return taken;
+    Node* const node = pop_list(list_in<Node>(scheduler->free[own]));
+    return node != nullptr ? node : take_from_others<Node>(own);
 }
 
 template <typename Node>
@@ -214,10 +227,7 @@ bool lock_all_empty_queues(Scheduler& in) {
         if (!in.queues[i].looks_empty()) return false;
     }
     for (unsigned int i = 0; i < in.queue_count(); ++i) {
-        TaskQueue& queue = in.queues[i];
-        bool const taken = !queue.try_lock();
-        if (!taken && queue.first == nullptr) continue;
-        if (!taken) queue.release();
+        if (in.queues[i].try_lock_empty()) continue;
         while (i-- > 0) in.queues[i].release();
         return false;
     }
@@ -242,14 +252,14 @@ void sleep_if_idle(Scheduler& in) {
 // Looks for work a little longer before it sleeps: waking costs far more.
 void work(Scheduler& in) {
     SpareRecords const spares;
-    unsigned int idle_rounds = 0;
+    unsigned int idle_looks = 0;
     while (in.is_running()) {
         if (Task* const task = pop()) {
             run(task);
-            idle_rounds = 0;
-        } else if (++idle_rounds < rounds_before_sleep) {
-            if (idle_rounds == 1) give_spares();
-            __builtin_ia32_pause();
+            idle_looks = 0;
+        } else if (++idle_looks < looks_before_sleep) {
+            give_spares();
+            for (unsigned int i = 0; i < pauses_between_looks; ++i) __builtin_ia32_pause();
         } else {
             sleep_if_idle(in);
         }
@@ -298,9 +308,13 @@ void run_chain(Task* task) {
 
 void help_while(unsigned int& pending) {
     SpareRecords const spares;
-    for (Spin spin; __atomic_load_n(&pending, __ATOMIC_ACQUIRE) != 0;) {
+    Backoff backoff;
+    Spin spin;
+    auto const waits = [&] { return __atomic_load_n(&pending, __ATOMIC_ACQUIRE) != 0; };
+    while (waits()) {
         if (Task* const task = pop()) {
             run(task);
+            backoff.reset();
             continue;
         }
         give_spares();
@@ -308,7 +322,7 @@ void help_while(unsigned int& pending) {
         if (thread.wait_callback != nullptr)
             thread.wait_callback(thread.wait_callback_argument);
         else
-            spin.pause();
+            for (unsigned int i = backoff.next(); i > 0 && waits(); --i) spin.pause();
     }
 }
 
