@@ -127,11 +127,14 @@ bool holds_a_record(State const& s, Segment const& segment) {
     return false;
 }
 
-// Whole granules of the free top, all but the last.
+// The whole granules of the free top beyond the threshold, and one of those below, so that the next
+// attempt waits for as much again. What is kept spares programs whose needs swing around the
+// threshold most of the page faults.
 Size spare_top(State const& s) {
-    if (s.top_size <= foot_room) return 0;
     Size const unit = parameters.granularity;
-    return ((s.top_size - foot_room + unit - 1) / unit - 1) * unit;
+    Size const kept = parameters.trim_threshold - unit;
+    if (s.top_size <= kept) return 0;
+    return ((s.top_size - kept + unit - 1) / unit - 1) * unit;
 }
 
 bool cut_top(State& s) {
@@ -204,7 +207,8 @@ void initialise_parameters() {
 
 void* allocate_from_system(State& s, Size need) {
     ensure_parameters();
-    if (need >= parameters.direct_threshold) {
+    bool const maps_directly = parameters.flags & flag_direct_mapping;
+    if (maps_directly && need >= parameters.direct_threshold) {
         if (void* const block = allocate_direct(s, need)) return block;
     }
     Size const size = round_up(need + segment_padding, parameters.granularity);
