@@ -124,42 +124,121 @@ GroupAnswer ask_group(unsigned int const* group, unsigned int tag, unsigned int 
     return {_mm_movemask_ps(_mm_castsi128_ps(same)) & ~free, free};
 }
 
-unsigned int end_of_entry(void const* ends, unsigned int number) {
-    unsigned int end;
-    std::memcpy(&end, static_cast<char const*>(ends) + 4ull * number, sizeof end);
-    return end;
-}
-
-// Whether every entry lies in the file. An empty one may stand at the rounded-up end.
-bool entries_fit(PackHeader const& header, void const* ends, unsigned long long file_size) {
-    unsigned long long position = header.index_size();
-    for (unsigned int i = 0; i < header.count; ++i) {
-        unsigned long long const start = pack_round_up(position, header.alignment);
-        unsigned int const end = end_of_entry(ends, i);
-        if (end < start) return false;
-        if (end > start && end > file_size) return false;
-        position = end;
+// The used slots of a table on its way: a bit for each, and above each 64 words of bits the next
+// level, a bit for each full word. So the next free slot costs the same however long the runs are.
+class FreeSlots {
+public:
+    explicit FreeSlots(unsigned int slot_count) {
+        unsigned int words_total = 0;
+        for (unsigned int bits = slot_count; depth_ == 0 || bits > 1; ++depth_) {
+            bits_[depth_] = bits;
+            starts_[depth_] = words_total;
+            bits = words_for(bits);
+            words_total += bits;
+        }
+        words_ = static_cast<std::uint64_t*>(custom_malloc(8ull * words_total, HEAP_GENERAL));
+        std::memset(words_, 0, 8ull * words_total);
+        for (unsigned int level = 0; level < depth_; ++level) {
+            // What lies behind the last bit counts as used.
+            if (bits_[level] % 64) word(level, bits_[level] / 64) = ~0ull << bits_[level] % 64;
+        }
     }
-    return true;
-}
+    ~FreeSlots() { custom_free(words_); }
+    FreeSlots(FreeSlots const&) = delete;
+    FreeSlots& operator=(FreeSlots const&) = delete;
+
+    // The first free slot that a linear probe from `home` comes to. There is one.
+    unsigned int take(unsigned int home) {
+        unsigned int slot = find_from(home);
+        if (slot == bits_[0]) slot = find_from(0);
+        unsigned int at = slot;
+        for (unsigned int level = 0; level < depth_; ++level, at /= 64) {
+            std::uint64_t& used = word(level, at / 64);
+            used |= 1ull << at % 64;
+            if (~used) break;
+        }
+        return slot;
+    }
+
+    void prefetch(unsigned int home) const { __builtin_prefetch(words_ + home / 64); }
+
+private:
+    static unsigned int words_for(unsigned int bits) { return (bits - 1) / 64 + 1; }
+    std::uint64_t& word(unsigned int level, unsigned int at) const {
+        return words_[starts_[level] + at];
+    }
+
+    // The slot count if there is none.
+    unsigned int find_from(unsigned int at) const {
+        for (unsigned int level = 0; level < depth_ && at < bits_[level]; ++level) {
+            std::uint64_t const free = ~word(level, at / 64) >> at % 64;
+            if (free == 0) {
+                at = at / 64 + 1;
+                continue;
+            }
+            at += std::countr_zero(free);
+            while (level--) at = at * 64 + std::countr_zero(~word(level, at));
+            return at;
+        }
+        return bits_[0];
+    }
+
+    std::uint64_t* words_;
+    unsigned int bits_[6], starts_[6];  // of each level
+    unsigned int depth_ = 0;
+};
+
+// The places of a pack's entries, in order.
+class Places {
+public:
+    Places(PackHeader const& header, void const* ends, unsigned long long file_size)
+        : ends_(static_cast<char const*>(ends)), position_(header.index_size()),
+          file_size_(file_size), alignment_(header.alignment) {}
+
+    // False if the next entry does not lie in the file. An empty one may stand at its rounded-up
+    // end.
+    bool next(PackFileEntry& entry) {
+        unsigned long long const start = pack_round_up(position_, alignment_);
+        auto const end = load<std::uint32_t>(ends_);
+        if (end < start || (end > start && end > file_size_)) return false;
+        entry = {static_cast<unsigned int>(start), static_cast<unsigned int>(end - start)};
+        ends_ += 4;
+        position_ = end;
+        return true;
+    }
+
+private:
+    char const* ends_;
+    unsigned long long position_, file_size_;
+    unsigned int alignment_;
+};
 
 constexpr unsigned int group_size = 4;
 constexpr unsigned int batch_size = 16;
 
 }  // namespace
 
-// A name on its way into the table.
-struct PackTable::Named {
-    char const* name;
-    unsigned int length;
-    unsigned int home;
-    std::uint64_t hash;
+// What is entered, and where the next free slots are.
+struct PackTable::Entering {
+    struct Named {
+        char const* name;
+        unsigned int length;
+        unsigned int home;
+        std::uint64_t hash;
+        PackFileEntry entry;
+    };
+
+    FreeSlots free_slots;
+    Places places;
+    char const* names;
+    Named batch[batch_size];
 };
 
 PackTable* PackTable::create(unsigned int count) {
     unsigned long long const slot_count = 2ull * count + 1;
     unsigned long long const slots_size = slot_count * sizeof(Slot);
-    unsigned int const group_count = count / 2 + 1;
+    // Four words for 1.875 names: with the bits of FreeSlots less than 8 bytes a name.
+    unsigned int const group_count = static_cast<unsigned int>(15ull * count / 32) + 1;
     unsigned long long const index_size = 1ull * group_count * group_size * sizeof(unsigned int);
     unsigned long long const size = sizeof(PackTable) + slots_size + index_size;
 
@@ -179,52 +258,54 @@ void PackTable::destroy(PackTable* table) {
     if (table) custom_free(table);
 }
 
+// In batches, so that the memory of one name is on its way while others are looked at.
 bool PackTable::fill(
     PackHeader const& header, char const* names, void const* ends, unsigned long long file_size) {
     QX_CHECK(slot_count_ == 2 * header.count + 1);
     names_end_ = names + header.name_size;
-    if (!entries_fit(header, ends, file_size)) return false;
-    if (!enter_names(names, header.count)) return false;
-    place_entries(header, ends);
-    return true;
-}
-
-// In batches, so that the memory of one name is on its way while others are looked at.
-bool PackTable::enter_names(char const* names, unsigned int count) {
-    Named batch[batch_size];
-    for (unsigned int number = 0; number < count;) {
-        unsigned int const step = std::min(batch_size, count - number);
-        for (unsigned int i = 0; i < step; ++i) {
-            char const* const end = find_terminator(names, names_end_);
-            if (end == names_end_) return false;
-            auto const length = static_cast<unsigned int>(end - names);
-            unsigned int const home = slot_hash(names, length) % slot_count_;
-            batch[i] = {names, length, home, strong_hash(names, length)};
-            __builtin_prefetch(group_of(batch[i].hash));
-            __builtin_prefetch(slots_ + home);
-            names = end + 1;
-        }
-        for (unsigned int i = 0; i < step; ++i) enter(batch[i], number++);
+    Entering entering{FreeSlots(slot_count_), Places(header, ends, file_size), names, {}};
+    for (unsigned int left = header.count; left;) {
+        unsigned int const step = std::min(batch_size, left);
+        if (!prepare_batch(entering, step)) return false;
+        for (unsigned int i = 0; i < step; ++i) enter(entering, i);
+        left -= step;
     }
     return true;
 }
 
-// Until `place_entries` a used slot's entry holds {the entry's number, the slot to look at next}.
-void PackTable::enter(Named const& named, unsigned int number) {
-    unsigned int const tag = tag_of(named.hash) & ~slot_mask_;
-    for (auto group = group_of(named.hash);; group = next_group(group)) {
+bool PackTable::prepare_batch(Entering& entering, unsigned int count) {
+    for (unsigned int i = 0; i < count; ++i) {
+        auto& [name, length, home, hash, entry] = entering.batch[i];
+        if (!entering.places.next(entry)) return false;
+        name = entering.names;
+        char const* const end = find_terminator(name, names_end_);
+        if (end == names_end_) return false;
+        length = static_cast<unsigned int>(end - name);
+        home = slot_hash(name, length) % slot_count_;
+        hash = strong_hash(name, length);
+        __builtin_prefetch(group_of(hash), 1);
+        __builtin_prefetch(slots_ + home, 1);
+        entering.free_slots.prefetch(home);
+        entering.names = end + 1;
+    }
+    return true;
+}
+
+void PackTable::enter(Entering& entering, unsigned int number) {
+    auto const& [name, length, home, hash, entry] = entering.batch[number];
+    unsigned int const tag = tag_of(hash) & ~slot_mask_;
+    for (auto group = group_of(hash);; group = next_group(group)) {
         GroupAnswer const answer = ask_group(group, tag, ~slot_mask_);
         if (answer.matches) {
-            Slot* const known = find_in_group(group, answer.matches, named.name, named.length);
+            Slot* const known = find_in_group(group, answer.matches, name, length);
             if (known) {
-                known->entry.offset = number;
+                known->entry = entry;
                 return;
             }
         }
         if (!answer.free) continue;
-        unsigned int const slot = take_free_slot(named.home);
-        slots_[slot].name = named.name;
-        slots_[slot].entry.offset = number;
+        unsigned int const slot = entering.free_slots.take(home);
+        slots_[slot] = {name, entry};
         index_[group - index_ + std::countr_zero(answer.free)] = tag | (slot + 1);
         ++used_count_;
         return;
@@ -248,32 +329,6 @@ PackTable::Slot* PackTable::find_in_group(
             return &slot;
     }
     return nullptr;
-}
-
-// The slot that a linear probe from `home` would come to. Each used slot points on to a later one
-// of its run, and what is walked is shortened, so that long runs cost nearly nothing.
-unsigned int PackTable::take_free_slot(unsigned int home) {
-    unsigned int found = home;
-    while (slots_[found].name) found = slots_[found].entry.size;
-    for (unsigned int at = home; at != found;) {
-        unsigned int const next = slots_[at].entry.size;
-        slots_[at].entry.size = found;
-        at = next;
-    }
-    slots_[found].entry.size = found + 1 == slot_count_ ? 0 : found + 1;
-    return found;
-}
-
-void PackTable::place_entries(PackHeader const& header, void const* ends) {
-    auto const data_start = static_cast<unsigned int>(header.index_size());
-    for (unsigned int i = 0; i < slot_count_; ++i) {
-        if (!slots_[i].name) continue;
-        PackFileEntry& entry = slots_[i].entry;
-        unsigned int const number = entry.offset;
-        unsigned int const behind = number ? end_of_entry(ends, number - 1) : data_start;
-        entry.offset = static_cast<unsigned int>(pack_round_up(behind, header.alignment));
-        entry.size = end_of_entry(ends, number) - entry.offset;
-    }
 }
 
 PackFileEntry const* PackTable::find(char const* name) const {

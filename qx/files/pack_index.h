@@ -69,7 +69,7 @@ constexpr unsigned long long pack_round_up(unsigned long long x, unsigned int al
 // The slot order is part of the contract, for enumeration shows it: a name's home is its hash
 // modulo the slot count, and the hash is two 16-bit sums, of the sign-extended bytes at even
 // places (low half) and at odd places (high half). That hash is weak, so look-ups go through a
-// side index of 8 bytes a name with a strong one. Names are compared byte by byte.
+// side index of less than 8 bytes a name, with a strong one. Names are compared byte by byte.
 //
 // One block of the default heap. The names are not copied: they must outlive the table.
 // Threads: a filled table doesn't change, and may be read from any.
@@ -104,12 +104,10 @@ public:
 private:
     PackTable() = default;
 
-    struct Named;
+    struct Entering;
 
-    bool enter_names(char const* names, unsigned int count);
-    void enter(Named const& named, unsigned int number);
-    unsigned int take_free_slot(unsigned int home);
-    void place_entries(PackHeader const& header, void const* ends);
+    bool prepare_batch(Entering& entering, unsigned int count);
+    void enter(Entering& entering, unsigned int number);
 
     unsigned int const* group_of(unsigned long long hash) const;
     unsigned int const* next_group(unsigned int const* group) const;
@@ -125,7 +123,7 @@ private:
     char const* names_end_;    // behind the name block
     unsigned int slot_count_;  // 2 * count + 1
     unsigned int used_count_;
-    unsigned int group_count_;  // count / 2 + 1
+    unsigned int group_count_;  // 15 / 32 of the entry count, and one
     unsigned int slot_mask_;    // of an index word, the bits of the slot's number
 };
 
