@@ -43,6 +43,7 @@
 #include "qx/tasks/atomic.h"
 #include "qx/tasks/event.h"
 #include "qx/tasks/fibre.h"
+#include "qx/tasks/legacy_task.h"
 #include "qx/tasks/mutex.h"
 #include "qx/tasks/scheduler.h"
 #include "qx/tasks/semaphore.h"
