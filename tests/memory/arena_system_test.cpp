@@ -1,0 +1,144 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "qx/base/windows.h"
+#include "qx/memory/arena.h"
+#include "qx/memory/heap.h"
+#include "tests/harness/stand_in.h"
+#include "tests/memory/arena_model.h"
+
+namespace {
+
+constexpr std::size_t granule = 65536;
+constexpr DWORD segment_flags = 0x3000;
+constexpr DWORD direct_flags = 0x103000;
+
+// The program's own import: stand-ins replace the library's.
+auto* const system_alloc = &VirtualAlloc;
+
+// --- A system that hands out its room in no order ------------------------------------------------
+
+struct Room {
+    char* base = nullptr;
+    std::vector<bool> taken;
+    unsigned int segments = 0;
+    unsigned int refusals = 0;  // still to come
+    bool flags_are_right = true;
+    test::Random random{77};
+};
+
+Room* room;
+
+bool is_free(std::size_t first, std::size_t count) {
+    for (std::size_t i = first; i < first + count; ++i) {
+        if (room->taken[i]) return false;
+    }
+    return true;
+}
+
+// Looks upwards or downwards from a random granule, so that segments meet on either side or not.
+void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
+    if (!room || kind == direct_flags) return system_alloc(place, size, kind, access);
+    if (kind != segment_flags || size % granule != 0) room->flags_are_right = false;
+    if (room->refusals != 0) {
+        --room->refusals;
+        return nullptr;
+    }
+    std::size_t const count = size / granule;
+    std::size_t const all = room->taken.size();
+    std::size_t at = room->random.below(static_cast<unsigned int>(all));
+    bool const upwards = room->random.chance(2);
+    for (std::size_t tries = 0; tries < all; ++tries, at = (at + (upwards ? 1 : all - 1)) % all) {
+        if (at + count > all || !is_free(at, count)) continue;
+        for (std::size_t i = at; i < at + count; ++i) room->taken[i] = true;
+        ++room->segments;
+        return system_alloc(room->base + at * granule, size, MEM_COMMIT, PAGE_READWRITE);
+    }
+    return nullptr;
+}
+
+// The room stays reserved: pieces of it are no mappings of their own, so nothing is given back.
+struct ScatteredSystem {
+    explicit ScatteredSystem(std::size_t granules) : stand_in("VirtualAlloc", alloc_in_room) {
+        own.taken.resize(granules);
+        void* const base = VirtualAlloc(nullptr, granules * granule, MEM_RESERVE, PAGE_READWRITE);
+        own.base = static_cast<char*>(base);
+        room = &own;
+    }
+    ~ScatteredSystem() { room = nullptr; }
+    Room own;
+    test::StandIn stand_in;
+};
+
+// --- A system that is slow while the arena is locked ---------------------------------------------
+
+std::atomic<bool> in_system;
+std::atomic<unsigned int> yields;
+std::atomic<bool> yields_are_right = true;
+
+void* slow_alloc(void* place, SIZE_T size, DWORD kind, DWORD access) {
+    in_system = true;
+    while (yields < 3) YieldProcessor();
+    return system_alloc(place, size, kind, access);
+}
+
+DWORD WINAPI note_yield(DWORD milliseconds, BOOL alertable) {
+    if (milliseconds != 0 || alertable) yields_are_right = false;
+    ++yields;
+    return 0;
+}
+
+}  // namespace
+
+TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
+    auto* const system = new ScatteredSystem(2000);  // the arena keeps what it gets from it
+    ASSERT_TRUE(system->stand_in.found());
+    {
+        test::ArenaModel model(5);
+        for (int round = 0; round < 40; ++round) {
+            for (int i = 0; i < 3000; ++i) ASSERT_TRUE(model.step());
+            ASSERT_TRUE(QX::arena::validate());
+        }
+    }
+    EXPECT_TRUE(QX::arena::validate());
+    EXPECT_TRUE(system->own.flags_are_right);
+    EXPECT_GT(system->own.segments, 20u);
+    delete system;
+}
+
+TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
+    auto* const system = new ScatteredSystem(100);
+    QX::HeapPlatform heap(QX::HEAP_SECOND, nullptr);
+    std::vector<void*> blocks;
+    blocks.reserve(1000);
+    system->own.refusals = 1;
+    EXPECT_THROW(
+        while (true) blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL)), std::bad_alloc);
+    EXPECT_TRUE(QX::arena::validate());
+    EXPECT_EQ(system->own.refusals, 0u);
+    blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL));
+    std::memset(blocks.back(), 5, 20000);
+    system->own.refusals = 1;
+    EXPECT_EQ(heap.realloc(blocks.back(), 250000).first, nullptr);
+    EXPECT_EQ(static_cast<char*>(blocks.back())[19999], 5);
+    for (void* block : blocks) QX::custom_free(block);
+    EXPECT_TRUE(QX::arena::validate());
+    delete system;
+}
+
+TEST(ArenaSystem, lets_a_waiting_thread_yield) {
+    test::StandIn const sleep("SleepEx", note_yield);
+    test::StandIn const alloc("VirtualAlloc", slow_alloc);
+    ASSERT_TRUE(sleep.found() && alloc.found());
+    std::thread waiting([] {
+        while (!in_system) YieldProcessor();
+        QX::custom_free(QX::custom_malloc(10, QX::HEAP_GENERAL));
+    });
+    QX::custom_free(QX::custom_malloc(1 << 20, QX::HEAP_GENERAL));
+    waiting.join();
+    EXPECT_GE(yields, 3u);
+    EXPECT_TRUE(yields_are_right);
+}
