@@ -34,10 +34,12 @@ std::string walk(char* text, unsigned int options, Next next = &QX::Tokeniser::n
     return joined;
 }
 
-std::string walk(std::string text, unsigned int options = 0, Next next = &QX::Tokeniser::next) {
-    std::string const before = text;
-    std::string const joined = walk(text.data(), options, next);
-    EXPECT_EQ(text, before);
+// At a guard page, behind the terminator.
+std::string
+walk(std::string const& text, unsigned int options = 0, Next next = &QX::Tokeniser::next) {
+    test::Guarded const guarded(text.c_str(), text.size() + 1);
+    std::string const joined = walk(guarded.data(), options, next);
+    EXPECT_EQ(guarded.data(), text);
     return joined;
 }
 
@@ -71,6 +73,7 @@ constexpr Row rows[] = {
     {"'''x'\\'y", "q[''']w[x]q['\\'y]", QX::TPO_QUOTED_CHARS},
     // Cut short: what would pass the terminator.
     {"'\\'", "$[']$[\\]$[']", QX::TPO_QUOTED_CHARS},
+    {"'\\", "$[']$[\\]", QX::TPO_QUOTED_CHARS},
     {"''", "$[']$[']", QX::TPO_QUOTED_CHARS},
     {"\"a\\", "s[\"a\\]", QX::TPO_BACKSLASH_ESCAPES},
 };
