@@ -3,6 +3,7 @@
 #include "qx/base/windows.h"
 #include "qx/memory/heap.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace QX {
@@ -14,8 +15,8 @@ constexpr unsigned int owns_mapping = 2;
 constexpr bool never_stop = false;
 
 // Sums that keep the reads of `touch` from being optimised away.
-unsigned long long volatile touched_total = 0;
-unsigned long long volatile touched_stoppable_total = 0;
+std::atomic<unsigned long long> touched_total{0};
+std::atomic<unsigned long long> touched_stoppable_total{0};
 
 SYSTEM_INFO system_info() {
     SYSTEM_INFO info;
@@ -179,11 +180,11 @@ void UnbufferedFileIn::copy(void* to, void* from, unsigned long long bytes, bool
 }
 
 void UnbufferedFileIn::touch(void* data, unsigned long long bytes) {
-    touched_total = touched_total + sum_of_pages(data, bytes, never_stop);
+    touched_total.fetch_add(sum_of_pages(data, bytes, never_stop), std::memory_order_relaxed);
 }
 
 void UnbufferedFileIn::touch(void* data, unsigned long long bytes, bool volatile& stop) {
-    touched_stoppable_total = touched_stoppable_total + sum_of_pages(data, bytes, stop);
+    touched_stoppable_total.fetch_add(sum_of_pages(data, bytes, stop), std::memory_order_relaxed);
 }
 
 bool close_file(FileAndMapping handles) {

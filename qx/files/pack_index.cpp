@@ -50,6 +50,35 @@ std::uint64_t load(char const* at) {
     return word;
 }
 
+bool same_16(char const* a, char const* b) {
+    __m128i const same = _mm_cmpeq_epi8(
+        _mm_loadu_si128(reinterpret_cast<__m128i const*>(a)),
+        _mm_loadu_si128(reinterpret_cast<__m128i const*>(b)));
+    return _mm_movemask_epi8(same) == 0xFFFF;
+}
+
+// The last step looks once more at some of the bytes before. `size` is above 0.
+template <typename Word>
+bool same_in_two(char const* a, char const* b, unsigned int size) {
+    unsigned int const last = size - sizeof(Word);
+    return load<Word>(a) == load<Word>(b) && load<Word>(a + last) == load<Word>(b + last);
+}
+
+// The names of one tag are nearly always equal, so a call of the C library is most of the price.
+bool same_bytes(char const* a, char const* b, unsigned int size) {
+    if (size >= 16) {
+        unsigned int const last = size - 16;
+        for (unsigned int at = 0; at < last; at += 16) {
+            if (!same_16(a + at, b + at)) return false;
+        }
+        return same_16(a + last, b + last);
+    }
+    if (size >= 8) return same_in_two<std::uint64_t>(a, b, size);
+    if (size >= 4) return same_in_two<std::uint32_t>(a, b, size);
+    if (size >= 2) return same_in_two<std::uint16_t>(a, b, size);
+    return *a == *b;
+}
+
 std::uint64_t fold_product(std::uint64_t a, std::uint64_t b) {
     auto const product = static_cast<unsigned __int128>(a) * b;
     return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
@@ -325,7 +354,7 @@ PackTable::Slot* PackTable::find_in_group(
     unsigned int const* group, unsigned int matches, char const* name, unsigned int length) const {
     for (; matches; matches &= matches - 1) {
         Slot& slot = slots_[(group[std::countr_zero(matches)] & slot_mask_) - 1];
-        if (names_end_ - slot.name > length && std::memcmp(slot.name, name, length + 1) == 0)
+        if (names_end_ - slot.name > length && same_bytes(slot.name, name, length + 1))
             return &slot;
     }
     return nullptr;
