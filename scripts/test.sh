@@ -30,6 +30,15 @@ stage() {
   return 1
 }
 
+# The main job, and that a wrong pixel, a cut pack or a bad key makes it fail.
+demo_and_its_failures() {
+  local what
+  for what in pixel pack key; do
+    if scripts/demo.sh --break $what; then echo "demo.sh does not notice a broken $what"; return 1; fi
+  done
+  scripts/demo.sh
+}
+
 setup_and_report() { scripts/setup.sh && echo "every package is there"; }
 
 compile() {
@@ -100,5 +109,6 @@ fi
 stage client client_project
 stage examples examples
 stage fuzz short_fuzz
+stage demo demo_and_its_failures
 echo "all stages in $((SECONDS - started)) s"
 finish
