@@ -255,9 +255,10 @@ void print_peak() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    bool const asks_for_help = argc == 2 && std::strcmp(argv[1], "--help") == 0;
     if (argc < 3) {
         std::fprintf(stderr, "usage: pack_pictures PACK OUT [KEY]\n");
-        return 2;
+        return asks_for_help ? 0 : 2;
     }
     std::string const out = std::string(argv[2]) + "\\";
     unsigned long const key = argc > 3 ? std::strtoul(argv[3], nullptr, 0) : 0;
