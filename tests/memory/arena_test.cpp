@@ -151,6 +151,20 @@ TEST(Arena, resizes_in_place_where_the_neighbour_is_free) {
     heap.free(moved);
 }
 
+// Passes every possible distance to the end of the top.
+TEST(Arena, grows_a_block_by_16_over_segment_ends) {
+    QX::HeapPlatform heap(QX::HEAP_SECOND, nullptr);
+    char* block = static_cast<char*>(heap.malloc(16).first);
+    block[0] = 'x';
+    for (unsigned int size = 32; size < 250000; size += 16) {
+        block = static_cast<char*>(heap.realloc(block, size).first);
+        block[size - 1] = 'y';
+        ASSERT_TRUE(validate()) << size;
+    }
+    EXPECT_EQ(block[0], 'x');
+    heap.free(block);
+}
+
 TEST(Arena, moves_the_content_of_a_direct_block) {
     QX::HeapPlatform heap(QX::HEAP_SECOND, 0, 0);
     char* block = static_cast<char*>(heap.malloc(300000).first);
