@@ -4,6 +4,9 @@
 
 #include "tests/harness/random.h"
 
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 using namespace test;
@@ -128,6 +131,28 @@ TEST_P(SchedulerLoad, starts_and_ends_again_and_again) {
             task::spawn(fiberful, any_thread, normal, [&] { left.internal_decrement(); });
         left.wait();
     }
+}
+
+// For as long as QX_SOAK_SECONDS says, one second by itself: the library started anew with other
+// numbers of workers, and forest after forest run on it. scripts/soak.sh runs it at length.
+TEST(SchedulerSoak, keeps_whole_over_many_starts) {
+    char const* const text = std::getenv("QX_SOAK_SECONDS");
+    auto const length = std::chrono::seconds(text != nullptr ? std::atoi(text) : 1);
+    auto const end = std::chrono::steady_clock::now() + length;
+    Random random(seed());
+    unsigned long long forests = 0;
+    while (std::chrono::steady_clock::now() < end) {
+        unsigned int const workers = 1 + random.below(random.chance(4) ? 16 : 3);
+        Library const library(workers);
+        RandomGraph graph(workers);
+        for (unsigned int i = 1 + random.below(40); i > 0; --i, ++forests) {
+            std::uint64_t const forest = random.next();
+            ASSERT_TRUE(graph.run(forest, 1 + random.below(30), 1 + random.below(6)))
+                << "forest " << forest << " on " << workers << " workers, seed " << seed();
+            if (random.chance(3)) Sleep(random.below(3));  // let them fall asleep
+        }
+    }
+    std::printf("%llu forests\n", forests);
 }
 
 }  // namespace

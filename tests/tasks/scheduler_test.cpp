@@ -116,6 +116,44 @@ TEST(Scheduler, pinned_first_task_keeps_thieves_from_a_queue) {
     EXPECT_EQ(log.text().substr(2, 1), ".");
 }
 
+TEST(Scheduler, runs_what_unknown_threads_spawn_for_workers_on_the_main_thread_too) {
+    Library const library(1);
+    Gate gate(0);
+    DWORD runner = 0;
+    task::Counter left(1);
+    std::thread([&] {
+        task::spawn(fiberless, worker_threads, normal, [&] {
+            runner = GetCurrentThreadId();
+            left.internal_decrement();
+        });
+    }).join();
+    left.wait();
+    EXPECT_EQ(runner, GetCurrentThreadId());
+}
+
+// An unknown thread that waits helps with shared work, and steals from every worker's queue.
+TEST(Scheduler, lets_unknown_threads_help_from_every_workers_queue) {
+    Library const library(3);
+    std::atomic<int> busy = 0;
+    std::atomic<bool> go = false;
+    std::atomic<int> ended = 0;
+    task::Counter left(3);
+    for (unsigned int worker = 0; worker < 3; ++worker) {
+        task::spawn(fiberless, pinned_to(worker), normal, [&] {
+            task::spawn(fiberful, worker_threads, normal, [&] {
+                EXPECT_NE(task::this_task::id(), 0u);
+                left.internal_decrement();
+            });
+            for (++busy; !go;) Sleep(0);
+            ++ended;
+        });
+    }
+    std::thread([&] { left.wait(); }).join();
+    EXPECT_FALSE(go);
+    go = true;
+    await([&] { return ended == 3; });
+}
+
 TEST(Counter, at_0_lets_everybody_through) {
     Library const library(1);
     task::Counter zero(0);
