@@ -200,8 +200,7 @@ bool MemPackFile::open(char const* name, unsigned short key) {
     bool opened = false;
     try {
         opened = MemFileIn::open(name) && read_index(key);
-    } catch (std::bad_alloc const&) {
-    }
+    } catch (std::bad_alloc const&) {}
     if (!opened) close();
     return opened;
 }
@@ -211,8 +210,7 @@ bool MemPackFile::open(char const* data, unsigned int size, unsigned short key) 
     bool opened = false;
     try {
         opened = MemFileIn::open(data, size) && read_index(key);
-    } catch (std::bad_alloc const&) {
-    }
+    } catch (std::bad_alloc const&) {}
     if (!opened) close();
     return opened;
 }
