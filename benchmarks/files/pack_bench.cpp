@@ -11,6 +11,10 @@
 #include <unordered_map>
 #include <vector>
 
+#if defined(QX_RIVAL_ROBIN_MAP)
+#include <tsl/robin_map.h>
+#endif
+
 #include "qx/files/file_streams.h"
 #include "qx/files/pack_file.h"
 
@@ -21,6 +25,10 @@ constexpr unsigned int probe_count = 100000;
 
 using Names = std::vector<std::string>;
 using Map = std::unordered_map<std::string_view, QX::PackFileEntry>;
+
+#if defined(QX_RIVAL_ROBIN_MAP)
+using FastMap = tsl::robin_map<std::string_view, QX::PackFileEntry>;
+#endif
 
 // Paths of about 40 characters, such as data folders hold.
 Names make_names(unsigned int count) {
@@ -72,7 +80,8 @@ void read_index(std::string const& path, std::string& bytes) {
     file.read(bytes.data(), static_cast<unsigned int>(bytes.size()));
 }
 
-void build_map(std::string const& bytes, std::size_t count, Map& map) {
+template <typename AnyMap>
+void build_map(std::string const& bytes, std::size_t count, AnyMap& map) {
     map.reserve(count);
     char const* name = bytes.data() + 16;
     for (std::size_t i = 0; i < count; ++i) {
@@ -82,67 +91,76 @@ void build_map(std::string const& bytes, std::size_t count, Map& map) {
     }
 }
 
-template <typename Pack>
-unsigned int hits(Pack const& pack, Names const& probes) {
+unsigned int hits(QX::AsyncPackFile const& pack, Names const& probes) {
     unsigned int found = 0;
     for (std::string const& probe : probes) found += pack.info(probe.c_str()) != nullptr;
     return found;
 }
 
-unsigned int hits(Map const& map, Names const& probes) {
+template <typename AnyMap>
+unsigned int hits(AnyMap const& map, Names const& probes) {
     unsigned int found = 0;
     for (std::string const& probe : probes) found += map.find(probe.c_str()) != map.end();
     return found;
 }
 
-void measure(bench::Table const& table, std::string const& path, unsigned int count) {
-    Names const names = make_names(count);
-    write_pack(path, names);
-    std::string const label = std::to_string(count) + " names, ";
-    table.row(
-        (label + "open").c_str(), 1,
-        {
-            {"QXLibs",
-             [&] {
-                 QX::AsyncPackFile pack;
-                 bench::keep(pack.open(path.c_str(), 0));
-             }},
-            {"QXLibs, mapped",
-             [&] {
-                 QX::MemPackFile pack;
-                 bench::keep(pack.open(path.c_str(), 0));
-             }},
-            {"std::unordered_map",
-             [&] {
-                 std::string bytes;
-                 Map map;
-                 read_index(path, bytes);
-                 build_map(bytes, count, map);
-                 bench::keep(map.size());
-             }},
-            {"the index read alone",
-             [&] {
-                 std::string bytes;
-                 read_index(path, bytes);
-             }},
-        });
+template <typename AnyMap>
+void read_into_map(std::string const& path, unsigned int count) {
+    std::string bytes;
+    AnyMap map;
+    read_index(path, bytes);
+    build_map(bytes, count, map);
+    bench::keep(map.size());
+}
 
+template <typename Pack>
+bench::Contender opener(char const* name, std::string const& path) {
+    return {name, [&path] {
+                Pack pack;
+                bench::keep(pack.open(path.c_str(), 0));
+            }};
+}
+
+void measure_opening(bench::Table const& table, std::string const& path, unsigned int count) {
+    std::vector<bench::Contender> contenders = {
+        opener<QX::AsyncPackFile>("QXLibs", path),
+        opener<QX::MemPackFile>("QXLibs, mapped", path),
+        {"std::unordered_map", [&] { read_into_map<Map>(path, count); }},
+    };
+#if defined(QX_RIVAL_ROBIN_MAP)
+    contenders.push_back({"tsl::robin_map", [&] { read_into_map<FastMap>(path, count); }});
+#endif
+    contenders.push_back({"the index read alone", [&] {
+                              std::string bytes;
+                              read_index(path, bytes);
+                          }});
+    table.row((std::to_string(count) + " names, open").c_str(), 1, contenders);
+}
+
+void measure_look_ups(bench::Table const& table, std::string const& path, Names const& names) {
     QX::AsyncPackFile pack;
     if (!pack.open(path.c_str(), 0)) std::abort();
     std::string bytes;
     Map map;
     read_index(path, bytes);
-    build_map(bytes, count, map);
+    build_map(bytes, names.size(), map);
+#if defined(QX_RIVAL_ROBIN_MAP)
+    FastMap fast_map;
+    build_map(bytes, names.size(), fast_map);
+#endif
     for (bool const present : {true, false}) {
         Names const probes = make_probes(names, present);
         unsigned int const expected = present ? probe_count : 0;
         if (hits(pack, probes) != expected || hits(map, probes) != expected) std::abort();
-        table.row(
-            (label + (present ? "hit" : "miss")).c_str(), probe_count,
-            {
-                {"QXLibs", [&] { bench::keep(hits(pack, probes)); }},
-                {"std::unordered_map", [&] { bench::keep(hits(map, probes)); }},
-            });
+        std::vector<bench::Contender> contenders = {
+            {"QXLibs", [&] { bench::keep(hits(pack, probes)); }},
+            {"std::unordered_map", [&] { bench::keep(hits(map, probes)); }},
+        };
+#if defined(QX_RIVAL_ROBIN_MAP)
+        contenders.push_back({"tsl::robin_map", [&] { bench::keep(hits(fast_map, probes)); }});
+#endif
+        std::string const label = std::to_string(names.size()) + " names, ";
+        table.row((label + (present ? "hit" : "miss")).c_str(), probe_count, contenders);
     }
 }
 
@@ -151,6 +169,11 @@ void measure(bench::Table const& table, std::string const& path, unsigned int co
 int main() {
     std::string const path = (std::filesystem::temp_directory_path() / "qx_bench.pack").string();
     bench::Table const table("packs");
-    for (unsigned int const count : {100u, 1000u, 10000u, 100000u}) measure(table, path, count);
+    for (unsigned int const count : {100u, 1000u, 10000u, 100000u}) {
+        Names const names = make_names(count);
+        write_pack(path, names);
+        measure_opening(table, path, count);
+        measure_look_ups(table, path, names);
+    }
     std::filesystem::remove(path);
 }

@@ -15,6 +15,7 @@ namespace {
 constexpr unsigned int absent_size = 0xFFFFFFFF;
 constexpr unsigned int front_size = 12;  // magic, version and the two sizes
 constexpr unsigned int narrowing_block = 0x8000;
+constexpr unsigned long long pack_size_max = 0xFFFFFFFF;
 
 struct BlockRelease {
     void operator()(void* block) const { custom_free(block); }
@@ -57,7 +58,8 @@ bool read_header(Stream& file, unsigned long long file_size, PackMask& mask, Pac
     if (has_alignment) mask.apply(&header.alignment, 4);
     std::memcpy(&header.name_size, front + 4, 4);
     std::memcpy(&header.count, front + 8, 4);
-    return header.count <= header.name_size && header.index_size() <= file_size;
+    return header.count <= header.name_size &&
+           header.index_size() <= std::min(file_size, pack_size_max);
 }
 
 // Of 16-bit characters, the low byte each.

@@ -87,7 +87,7 @@ public:
     // Enters `header.count` names, the last of equal names winning. `ends` holds the 32-bit offset
     // behind each entry, at any address; `file_size` is the whole pack's. False if a name lacks its
     // terminator, or an entry ends before it starts or behind the file; the table is then fit for
-    // `destroy` only.
+    // `destroy` only. Throws std::bad_alloc.
     QX_API bool fill(
         PackHeader const& header, char const* names, void const* ends,
         unsigned long long file_size);
