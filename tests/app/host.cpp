@@ -35,65 +35,7 @@ void register_class() {
     RegisterClassW(&description);
 }
 
-std::string flag(bool value) {
-    return value ? " true" : " false";
-}
-
 }  // namespace
-
-void RecordingHandler::note(QX::QXWindow const& window, std::string const& call) {
-    last_window = &window;
-    calls.push_back(call);
-}
-
-int RecordingHandler::count(std::string const& call) const {
-    int found = 0;
-    for (std::string const& one : calls) found += one == call;
-    return found;
-}
-
-void RecordingHandler::get_min_max_info(
-    QX::QXWindow const& window, int& height, int& track_height) {
-    note(window, "get_min_max_info");
-    height = max_height;
-    track_height = max_track_height;
-}
-
-void RecordingHandler::activate_app(QX::QXWindow const& window, bool active) {
-    note(window, "activate_app" + flag(active));
-}
-
-void RecordingHandler::activate(QX::QXWindow const& window, bool active) {
-    note(window, "activate" + flag(active));
-}
-
-bool RecordingHandler::resize(QX::QXWindow const& window, unsigned int kind) {
-    note(window, "resize " + std::to_string(kind));
-    return answer;
-}
-
-void RecordingHandler::pause_rendering(QX::QXWindow const& window, bool pause) {
-    note(window, "pause_rendering" + flag(pause));
-}
-
-bool RecordingHandler::nc_hit_test(QX::QXWindow const& window) {
-    note(window, "nc_hit_test");
-    return answer;
-}
-
-bool RecordingHandler::sys_command(
-    QX::QXWindow const& window, unsigned int message, unsigned int id) {
-    note(window, "sys_command " + std::to_string(message) + " " + std::to_string(id));
-    return answer;
-}
-
-void RecordingHandler::debug_key(QX::QXWindow const& window, unsigned int key, bool control) {
-    note(window, "debug_key " + std::to_string(key) + flag(control));
-}
-
-void RecordingHandler::lock_workstation(QX::QXWindow const& window, bool locked) {
-    note(window, "lock_workstation" + flag(locked));
-}
 
 Host::Host(unsigned int style) : window(&handler) {
     register_class();

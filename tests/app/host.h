@@ -4,6 +4,7 @@
 #include "qx/app/window.h"
 #include "qx/base/windows.h"
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,27 +14,51 @@ namespace test {
 // Notes each call as text ("resize 2") and answers the bool ones with `answer`.
 class RecordingHandler final : public QX::QXWindow::EventHandler {
 public:
-    void get_min_max_info(QX::QXWindow const& window, int& height, int& track_height) override;
-    void activate_app(QX::QXWindow const& window, bool active) override;
-    void activate(QX::QXWindow const& window, bool active) override;
-    bool resize(QX::QXWindow const& window, unsigned int kind) override;
-    void pause_rendering(QX::QXWindow const& window, bool pause) override;
-    bool nc_hit_test(QX::QXWindow const& window) override;
-    bool sys_command(QX::QXWindow const& window, unsigned int message, unsigned int id) override;
-    void debug_key(QX::QXWindow const& window, unsigned int key, bool control) override;
-    void lock_workstation(QX::QXWindow const& window, bool locked) override;
+    using Window = QX::QXWindow;
+
+    void get_min_max_info(Window const& from, int& height, int& track_height) override {
+        note(from, "get_min_max_info");
+        height = max_height;
+        track_height = max_track_height;
+    }
+    void activate_app(Window const& from, bool on) override { note(from, "activate_app", on); }
+    void activate(Window const& from, bool on) override { note(from, "activate", on); }
+    bool resize(Window const& from, unsigned int kind) override {
+        return note(from, "resize", kind);
+    }
+    void pause_rendering(Window const& from, bool on) override {
+        note(from, "pause_rendering", on);
+    }
+    bool nc_hit_test(Window const& from) override { return note(from, "nc_hit_test"); }
+    bool sys_command(Window const& from, unsigned int message, unsigned int id) override {
+        return note(from, "sys_command", message, id);
+    }
+    void debug_key(Window const& from, unsigned int key, bool control) override {
+        note(from, "debug_key", key, control);
+    }
+    void lock_workstation(Window const& from, bool on) override {
+        note(from, "lock_workstation", on);
+    }
 
     // How many calls read exactly so.
-    int count(std::string const& call) const;
+    int count(std::string const& call) const {
+        return static_cast<int>(std::count(calls.begin(), calls.end(), call));
+    }
 
     std::vector<std::string> calls;
-    QX::QXWindow const* last_window = nullptr;
+    Window const* last_window = nullptr;
     bool answer = false;
     int max_height = 700;
     int max_track_height = 800;
 
 private:
-    void note(QX::QXWindow const& window, std::string const& call);
+    template <typename... Values>
+    bool note(Window const& from, std::string call, Values... values) {
+        ((call += ' ' + std::to_string(values)), ...);
+        last_window = &from;
+        calls.push_back(call);
+        return answer;
+    }
 };
 
 // One window whose procedure hands every message to the library and then to the system.

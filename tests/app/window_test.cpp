@@ -6,6 +6,7 @@
 #include "tests/app/host.h"
 #include "tests/harness/stand_in.h"
 
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -62,17 +63,17 @@ SHORT WINAPI control_was_pressed(int) {
 std::map<unsigned int, Dispatch> dispatches() {
     return {
         {0x005, {2, "resize 2"}},
-        {0x006, {2, "activate true"}},
-        {0x01C, {0x100000000, "activate_app true"}},
+        {0x006, {2, "activate 1"}},
+        {0x01C, {0x100000000, "activate_app 1"}},
         {0x024, {0, "get_min_max_info"}},
         {0x084, {0, "nc_hit_test", true}},
-        {0x100, {65, "debug_key 65 true"}},
+        {0x100, {65, "debug_key 65 1"}},
         {0x112, {0xF020, "sys_command 274 61472", true}},
-        {0x211, {0, "pause_rendering true"}},
-        {0x212, {0, "pause_rendering false"}},
-        {0x231, {0, "pause_rendering true"}},
-        {0x232, {0, "pause_rendering false"}},
-        {0x2B1, {7, "lock_workstation true"}},
+        {0x211, {0, "pause_rendering 1"}},
+        {0x212, {0, "pause_rendering 0"}},
+        {0x231, {0, "pause_rendering 1"}},
+        {0x232, {0, "pause_rendering 0"}},
+        {0x2B1, {7, "lock_workstation 1"}},
     };
 }
 
@@ -105,8 +106,7 @@ TEST(Window, flags_of_messages_come_from_wparam) {
     EXPECT_FALSE(window.process_wnd_proc(WM_ACTIVATEAPP, 0, 0));
     EXPECT_FALSE(window.process_wnd_proc(WM_WTSSESSION_CHANGE, 8, 0));
     EXPECT_FALSE(window.process_wnd_proc(WM_KEYDOWN, VK_F5, 0));
-    Calls const calls = {
-        "activate false", "activate_app false", "lock_workstation false", "debug_key 116 false"};
+    Calls const calls = {"activate 0", "activate_app 0", "lock_workstation 0", "debug_key 116 0"};
     EXPECT_EQ(handler.calls, calls);
 
     handler.calls.clear();
@@ -137,6 +137,33 @@ TEST(Window, without_a_handler_every_call_answers_false) {
     handler.answer = true;
     window.set_event_handler(handler);
     EXPECT_TRUE(window.process_wnd_proc(WM_NCHITTEST, 0, 0));
+}
+
+// The slot of a virtual operation in its class's table.
+template <typename Member>
+long long slot_of(Member member) {
+    long long words[2];
+    static_assert(sizeof member == sizeof words);
+    std::memcpy(words, &member, sizeof words);
+    return (words[0] - 1) / static_cast<long long>(sizeof(void*));
+}
+
+TEST(Window, virtual_operations_stand_in_fixed_slots) {
+    using Window = QX::QXWindow;
+    using Handler = QX::QXWindow::EventHandler;
+#define SLOTS(operation) std::pair(slot_of(&Window::operation), slot_of(&Handler::operation))
+    using Slots = std::pair<long long, long long>;
+    EXPECT_EQ(slot_of(&Handler::reserved), 0);
+    EXPECT_EQ(SLOTS(get_min_max_info), Slots(0, 1));
+    EXPECT_EQ(SLOTS(activate_app), Slots(1, 2));
+    EXPECT_EQ(SLOTS(activate), Slots(2, 3));
+    EXPECT_EQ(SLOTS(pause_rendering), Slots(3, 5));
+    EXPECT_EQ(SLOTS(resize), Slots(4, 4));
+    EXPECT_EQ(SLOTS(nc_hit_test), Slots(5, 6));
+    EXPECT_EQ(SLOTS(sys_command), Slots(6, 7));
+    EXPECT_EQ(SLOTS(debug_key), Slots(7, 8));
+    EXPECT_EQ(SLOTS(lock_workstation), Slots(8, 9));
+#undef SLOTS
 }
 
 // --- The debugger line ---------------------------------------------------------------------------
@@ -454,14 +481,14 @@ TEST(WindowEvents, focus_moves_between_two_windows) {
     Host first;
     Host second;
     ASSERT_TRUE(first.open_in_front());
-    EXPECT_EQ(first.handler.count("activate_app true"), 1);
+    EXPECT_EQ(first.handler.count("activate_app 1"), 1);
     EXPECT_TRUE(first.window.is_focused());
     first.handler.calls.clear();
 
     ASSERT_TRUE(second.open_in_front());
-    EXPECT_EQ(first.handler.count("activate false"), 1);
-    EXPECT_EQ(first.handler.count("activate_app false"), 0);
-    EXPECT_GE(second.handler.count("activate true"), 1);
+    EXPECT_EQ(first.handler.count("activate 0"), 1);
+    EXPECT_EQ(first.handler.count("activate_app 0"), 0);
+    EXPECT_GE(second.handler.count("activate 1"), 1);
     EXPECT_TRUE(second.window.is_focused());
     EXPECT_FALSE(first.window.is_focused());
 }
@@ -501,9 +528,9 @@ TEST(WindowEvents, debug_key_knows_whether_control_is_down) {
         EXPECT_TRUE(test::pump_until([&] { return host.handler.count(call) == 1; })) << call;
         test::send_key(code, false, key);
     };
-    press(0x1E, 'A', "debug_key 65 false");
+    press(0x1E, 'A', "debug_key 65 0");
     test::send_key(0x1D, true, VK_CONTROL);
-    press(0x30, 'B', "debug_key 66 true");
+    press(0x30, 'B', "debug_key 66 1");
     test::send_key(0x1D, false, VK_CONTROL);
 }
 
