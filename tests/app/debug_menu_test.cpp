@@ -106,13 +106,17 @@ TEST_F(DebugMenu, command_reaches_every_item_of_the_id) {
     root->command(0xFFFFFFFE);
     EXPECT_EQ(first.selected + second.selected, 2);
     EXPECT_EQ(other.selected, 0);
-}
 
-int runs = 0;
+    Item below("c/d");  // a hit keeps it from the item's own children
+    place(below);
+    below.id_ = other.id_;
+    root->command(other.id());
+    EXPECT_EQ(other.selected, 1);
+    EXPECT_EQ(below.selected, 0);
 
-TEST_F(DebugMenu, selecting_runs_the_function_if_there_is_one) {
-    DebugMenuItem plain(QX::String("a"), [] { ++runs; });
-    DebugMenuItem empty(QX::String("b"), nullptr);
+    static int runs = 0;
+    DebugMenuItem plain(QX::String("d"), [] { ++runs; });
+    DebugMenuItem empty(QX::String("e"), nullptr);
     place(plain);
     place(empty);
     root->command(plain.id());
@@ -134,10 +138,14 @@ TEST_F(DebugMenu, update_follows_marks_and_removals) {
     // A menu that lost its last child goes with the next update, and its parents with it.
     leaf.parent()->remove(leaf);
     leaf.parent_ = nullptr;
+    sibling.mark = true;
     EXPECT_EQ(shape(*root), "a*(b*,d)");
     EXPECT_EQ(root->update(), QX::UPDATE_REBUILT);
+    EXPECT_TRUE(sibling.is_checked());  // not passed over
     EXPECT_EQ(shape(*root), "a*(d)");
     EXPECT_EQ(root->update(), QX::UPDATE_UNCHANGED);
+    root->remove(leaf);  // no child of this node, which is marked all the same
+    EXPECT_EQ(root->update(), QX::UPDATE_REBUILT);
 }
 
 TEST_F(DebugMenu, destroyed_items_leave_the_tree_and_their_children_free) {
@@ -152,14 +160,6 @@ TEST_F(DebugMenu, destroyed_items_leave_the_tree_and_their_children_free) {
     EXPECT_EQ(child.parent(), nullptr);
     EXPECT_EQ(shape(*root), "a*");
     EXPECT_TRUE(root->children()[0]->dirty());
-}
-
-TEST_F(DebugMenu, removing_a_stranger_marks_the_node_alone) {
-    Item item("a"), stranger;
-    place(item);
-    root->remove(stranger);
-    EXPECT_TRUE(root->dirty());
-    EXPECT_EQ(shape(*root), "a");
 }
 
 // --- Native menus --------------------------------------------------------------------------------
@@ -221,36 +221,7 @@ TEST_F(DebugMenu, refused_branch_is_forgotten_and_kept_for_the_next_pass) {
     EXPECT_FALSE(root->valid());
 }
 
-HMENU WINAPI no_menu() {
-    return nullptr;
-}
-
-TEST_F(DebugMenu, creation_stops_where_the_system_has_no_menu) {
-    Item item("a/b");
-    place(item);
-    test::StandIn const call("CreateMenu", no_menu);
-    EXPECT_FALSE(root->DebugMenuItem::create());
-    EXPECT_TRUE(item.DebugMenuItem::create());  // a leaf needs none
-}
-
-TEST_F(DebugMenu, invalidating_forgets_the_handle_without_destroying) {
-    root->create_menu();
-    HMENU const handle = root->menu();
-    root->invalidate();
-    EXPECT_FALSE(root->valid());
-    EXPECT_TRUE(IsMenu(handle));
-    DestroyMenu(handle);
-}
-
 // --- The manager ---------------------------------------------------------------------------------
-
-TEST_F(DebugMenu, suppressing_objects_are_counted) {
-    {
-        QX::DebugMenuManagerSuppressAdditions const one, two;
-        EXPECT_EQ(root->suppress_count(), 2u);
-    }
-    EXPECT_EQ(root->suppress_count(), 0u);
-}
 
 TEST(DebugMenuManager, outlives_itself_as_an_address_alone) {
     EXPECT_EQ(DebugMenuManager::instance(), nullptr);
@@ -265,6 +236,11 @@ TEST(DebugMenuManager, outlives_itself_as_an_address_alone) {
     }
     DebugMenuManager* const manager = DebugMenuManager::instance();
     EXPECT_EQ(manager->suppress_count(), 0u);  // made before the manager was
+    {
+        QX::DebugMenuManagerSuppressAdditions const one, two;
+        EXPECT_EQ(manager->suppress_count(), 2u);
+    }
+    EXPECT_EQ(manager->suppress_count(), 0u);
     DebugMenuManager::destroy();
     EXPECT_EQ(DebugMenuManager::instance(), manager);
 }
