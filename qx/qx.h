@@ -1,6 +1,9 @@
 // qx.h - the whole library. Includes only.
 #pragma once
 
+// Brings <winsock2.h> along, which must come before <windows.h>.
+#include "qx/net/socket.h"
+
 #include "qx/app/application.h"
 #include "qx/app/debug_menu.h"
 #include "qx/app/input.h"
@@ -44,6 +47,9 @@
 #include "qx/memory/stack_allocator.h"
 #include "qx/memory/string_pool.h"
 #include "qx/memory/transient_allocator.h"
+#include "qx/net/mail.h"
+#include "qx/net/socket_errors.h"
+#include "qx/net/web_fetch.h"
 #include "qx/tasks/atomic.h"
 #include "qx/tasks/event.h"
 #include "qx/tasks/fibre.h"
