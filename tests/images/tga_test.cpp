@@ -2,8 +2,10 @@
 
 #include "plain_pixels.h"
 #include "plain_tga.h"
+#include "qx/base/windows.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
+#include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -198,6 +200,39 @@ TEST(TGA, leaves_an_older_error_of_the_file_as_complete_reads_do) {
     file.set_error(0);
     EXPECT_TRUE(read_pixels(view, file, header));
     EXPECT_EQ(file.error(), 6u) << "every read of a closed file fails";
+}
+
+namespace {
+
+// Refuses reads that pass byte 30, as a lock on the rest of the file would.
+BOOL WINAPI read_before_lock(HANDLE file, void* to, DWORD size, DWORD* got, OVERLAPPED* how) {
+    LARGE_INTEGER at = {};
+    SetFilePointerEx(file, at, &at, FILE_CURRENT);
+    if (at.QuadPart + size <= 30) return ReadFile(file, to, size, got, how);
+    *got = 0;
+    SetLastError(ERROR_LOCK_VIOLATION);
+    return FALSE;
+}
+
+}  // namespace
+
+TEST(TGA, gets_every_pixel_before_a_read_that_fails) {
+    test::TempFolder const folder;
+    std::string body(100, 'x');
+    for (std::size_t i = 0; i < body.size(); ++i) body[i] = static_cast<char>(i & 127);
+    FileIn file(folder.write("locked.tga", body).c_str(), false);
+    test::StandIn const stand_in("ReadFile", &read_before_lock);
+    ASSERT_TRUE(stand_in.found());
+    TGAHeader header = make_header(2, 32, 8);
+    header.descriptor |= 32;
+    unsigned char pixels[60];
+    PixelAccessorDescriptor const view(pixels, 15, 1, 60, PIXEL_FORMAT_A8R8G8B8);
+    file.seek(1);
+    EXPECT_TRUE(read_pixels(view, file, header));
+    EXPECT_EQ(file.error(), static_cast<unsigned int>(ERROR_LOCK_VIOLATION));
+    EXPECT_EQ(file.tell(), 29u);
+    EXPECT_EQ(pixels[27], 28) << "the last pixel that could be read";
+    EXPECT_EQ(text_of(pixels + 56, 4), text_of(pixels + 24, 4)) << "repeats behind it";
 }
 
 TEST(TGA, classifies_headers_by_one_key) {
