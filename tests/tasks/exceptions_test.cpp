@@ -163,6 +163,19 @@ TEST(ExceptionsFilterDeathTest, that_is_missing_or_says_no_lets_the_exception_pa
     }
 }
 
+TEST(ExceptionsFilterDeathTest, that_is_missing_lets_a_thrown_object_end_the_process) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            std::set_terminate([] { _exit(42); });
+            Library const library(1);
+            task::spawn(fiberful, worker_threads, normal, [] { throw 7; });
+            Sleep(5000);
+            _exit(4);
+        },
+        testing::ExitedWithCode(42), "");
+}
+
 TEST(ExceptionsFilterDeathTest, does_not_guard_fibreless_tasks) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(

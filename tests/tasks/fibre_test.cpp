@@ -295,6 +295,22 @@ TEST(Fibre, throws_and_catches_on_its_own_stack) {
     EXPECT_EQ(std::uncaught_exceptions(), 0);
 }
 
+[[gnu::noinline]] void capture_from(int depth, TestFibre& self) {
+    void* frames[62];
+    if (depth == 0)
+        self.seen[0] = RtlCaptureStackBackTrace(0, 62, frames, nullptr);
+    else
+        capture_from(depth - 1, self);
+    asm volatile("");
+}
+
+TEST(Fibre, ends_a_walk_of_its_stack_at_its_lowest_frame) {
+    TestFibre fibre([](TestFibre& self) { capture_from(10, self); });
+    fibre.enter();
+    EXPECT_GE(fibre.seen[0], 12u);
+    EXPECT_LE(fibre.seen[0], 20u);
+}
+
 void leave_inside_a_handler(TestFibre& self) {
     try {
         try {
@@ -325,7 +341,7 @@ TEST(Fibre, moves_between_threads_inside_a_handler) {
     EXPECT_EQ(fibre.noted, "own carried clean");
 }
 
-TEST(Fibre, runs_on_a_thousand_stacks_moved_between_threads) {
+TEST(Fibre, runs_on_many_stacks_moved_between_threads) {
     std::vector<TestFibre*> fibres;
     for (int i = 0; i < 50; ++i) {
         fibres.push_back(
