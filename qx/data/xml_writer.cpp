@@ -33,13 +33,16 @@ public:
 
     void write(char const* block, unsigned int size) {
         if (size > room - used_) return write_past(block, size);
-        char* const to = held_ + used_;
+        std::memcpy(held_ + used_, block, size);
         used_ += size;
-        if (QX_LIKELY(size <= sizeof(__m128i) && block_scan::fits_page(block))) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block_scan::load(block));
-        } else {
-            std::memcpy(to, block, size);
-        }
+    }
+
+    // A piece of a string in the tree: 16 bytes may be read wherever it lies.
+    void write_piece(char const* block, unsigned int size) {
+        if (size > sizeof(__m128i) || size > room - used_ || !block_scan::fits_page(block))
+            return write(block, size);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(held_ + used_), block_scan::load(block));
+        used_ += size;
     }
 
 private:
@@ -57,9 +60,9 @@ private:
         }
     }
 
-    FileOut& file_;
     static constexpr unsigned int room = 16384;
 
+    FileOut& file_;
     unsigned int used_ = 0;
     char held_[room + sizeof(__m128i)];  // short blocks are stored as 16 bytes
 };
@@ -79,6 +82,8 @@ public:
         at_ += size;
     }
 
+    void write_piece(char const* block, unsigned int size) { write(block, size); }
+
     unsigned int written() const { return static_cast<unsigned int>(at_ - first_); }
 
 private:
@@ -92,6 +97,7 @@ class CountSink {
 public:
     void put(char) { ++written_; }
     void write(char const*, unsigned int size) { written_ += size; }
+    void write_piece(char const*, unsigned int size) { written_ += size; }
     unsigned int written() const { return written_; }
 
 private:
@@ -128,7 +134,7 @@ struct StandardStyle {
     template <typename Sink>
     static void write_assignment(Sink& sink, String const& name) {
         sink.put(' ');
-        sink.write(name.data(), name.length());
+        sink.write_piece(name.data(), name.length());
         sink.put(' ');
         sink.put('=');
         sink.put(' ');
@@ -171,7 +177,7 @@ struct OtherStyle {
     // Kept: no space in front.
     template <typename Sink>
     static void write_assignment(Sink& sink, String const& name) {
-        sink.write(name.data(), name.length());
+        sink.write_piece(name.data(), name.length());
         write_text(sink, " = '");
     }
 
@@ -252,7 +258,7 @@ private:
     bool open_tag(Tag const& tag, long long depth) {
         write_indent(depth);
         sink_.put('<');
-        sink_.write(tag.name.data(), tag.name.length());
+        sink_.write_piece(tag.name.data(), tag.name.length());
         for (XML_ATTRIBUTE const& attribute : tag.attributes) {
             Style::write_assignment(sink_, attribute.name);
             write_escaped(attribute.value);
@@ -273,7 +279,7 @@ private:
         if (Style::has_end_tag(tag.name, depth)) {
             write_indent(depth);
             write_text(sink_, "</");
-            sink_.write(tag.name.data(), tag.name.length());
+            sink_.write_piece(tag.name.data(), tag.name.length());
             sink_.put('>');
         }
         write_content(tag.epilog, depth);
@@ -295,7 +301,7 @@ private:
         for (char const* at = text.c_str();; ++at) {
             char const* const run = at;
             at = plain_end(at);
-            sink_.write(run, static_cast<unsigned int>(at - run));
+            sink_.write_piece(run, static_cast<unsigned int>(at - run));
             if (!*at) return;
             if (*at < 0) return write_widened(at);
             write_code(static_cast<unsigned char>(*at));
