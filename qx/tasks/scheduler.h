@@ -132,6 +132,7 @@ namespace detail {
 
 struct WaitLink;
 struct Task;
+struct ThreadWaiter;
 
 // What the scheduler has to know of a callable's type.
 struct FunctionTypeInfo {
@@ -183,6 +184,7 @@ public:
 
 private:
     bool link(detail::WaitLink& waiter);
+    void unlink(detail::ThreadWaiter& waiter);
 
     unsigned int count_;
     detail::WaitLink* waiters_ = nullptr;  // all ones while locked

@@ -58,6 +58,19 @@ bool Counter::link(detail::WaitLink& waiter) {
     return left;
 }
 
+// For a wait that an exception leaves: the waiter is about to die.
+void Counter::unlink(detail::ThreadWaiter& waiter) {
+    WaitLink* waiters = lock_list(waiters_);
+    WaitLink** at = &waiters;
+    while (*at != nullptr && *at != &waiter) at = &(*at)->next;
+    bool const found = *at != nullptr;
+    if (found) *at = waiter.next;
+    unlock_list(waiters_, waiters);
+    // Where it is not linked any more, somebody is about to clear it.
+    for (Spin spin; !found && __atomic_load_n(&waiter.pending, __ATOMIC_ACQUIRE) != 0;)
+        spin.pause();
+}
+
 // A task is linked by its thread, once the fibre has left it: from then on anyone may resume it.
 void Counter::park(detail::Task& task) {
     if (!link(task)) push_front(&task);
@@ -69,7 +82,13 @@ void Counter::wait() {
     if (this_thread().thread_id > main_thread) throw;  // may not block: ends the process
 
     ThreadWaiter waiter = {{nullptr, waiter_is_thread}, 1};
-    if (link(waiter)) help_while(waiter.pending);
+    if (!link(waiter)) return;
+    try {
+        help_while(waiter.pending);
+    } catch (...) {
+        unlink(waiter);
+        throw;
+    }
 }
 
 }  // namespace task

@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cstdio>
+#include <new>
 
 namespace task::detail {
 
@@ -59,6 +60,7 @@ ThreadState& find_thread_state() {
     if (state != nullptr) return *state;
     state = static_cast<ThreadState*>(
         HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(ThreadState)));
+    if (state == nullptr) throw std::bad_alloc();
     state->thread_id = unknown_thread;
     state->handled = handled_exceptions_of_thread();
     TlsSetValue(at.state, state);

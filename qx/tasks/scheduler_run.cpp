@@ -11,7 +11,7 @@ namespace task::detail {
 namespace {
 
 // A look at a queue costs those who push a cache line, and what gathers meanwhile is taken at once:
-// so a worker looks about every half microsecond, for some 50 of them.
+// so a worker looks about every half microsecond, and sleeps after some 50.
 constexpr unsigned int pauses_between_looks = 48;
 constexpr unsigned int looks_before_sleep = 100;
 

@@ -232,6 +232,10 @@ TEST(Exceptions, of_fibreless_tasks_reach_the_main_threads_caller) {
         fiberful, main_thread, normal, [] { task::execute_in_thread_context([] { throw 8; }); });
     EXPECT_THROW(task::run_main_thread_tasks(), int);
     EXPECT_FALSE(task::detail::in_fiberful_task());
+    task::Counter counter(1);
+    task::spawn(fiberless, main_thread, normal, [] { throw 9; });
+    EXPECT_THROW(counter.wait(), int);
+    EXPECT_EQ(counter.waiters_, nullptr);  // nothing of the wait that was left
     bool ran = false;
     task::spawn(fiberful, main_thread, normal, [&] { ran = true; });
     task::run_main_thread_tasks();
