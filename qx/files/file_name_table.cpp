@@ -1,7 +1,9 @@
 #include "qx/files/file_name_table_impl.h"
 
 #include <cstddef>
+#include <cstring>
 #include <new>
+#include <utility>
 
 #include "qx/base/compiler.h"
 #include "qx/files/filesystem_impl.h"
@@ -12,8 +14,18 @@ namespace QX {
 namespace {
 
 constexpr std::uint64_t first_slots = 64;
+constexpr std::uint64_t block_bytes = 64 * 1024;
+constexpr std::uint64_t name_alignment = 16;
 constexpr unsigned int address_bits = 48;
 constexpr std::uint64_t address_mask = (1ull << address_bits) - 1;
+
+// A string as it lies in memory.
+struct StringFields {
+    unsigned int length;
+    unsigned int capacity;
+    char* text;
+};
+static_assert(sizeof(StringFields) == sizeof(String));
 
 std::uint64_t mix(std::uint64_t value) {
     value *= 0x9E3779B97F4A7C15;
@@ -72,13 +84,8 @@ FileNameTable::Slots* FileNameTable::make_slots(std::uint64_t count, Slots* smal
 FileNameTable::FileNameTable() : slots_(make_slots(first_slots, nullptr)) {}
 
 FileNameTable::~FileNameTable() {
-    Slots* slots = slots_;
-    for (std::uint64_t i = 0; i <= slots->mask; ++i) delete name_in(slots->slot[i]);
-    while (slots) {
-        Slots* const smaller = slots->smaller;
-        custom_free(slots);
-        slots = smaller;
-    }
+    for (Slots* slots = slots_; slots;) custom_free(std::exchange(slots, slots->smaller));
+    while (blocks_) custom_free(std::exchange(blocks_, blocks_->older));
 }
 
 String const* FileNameTable::find(char const* text, unsigned int length, std::uint64_t hash) const {
@@ -109,14 +116,41 @@ void FileNameTable::grow() {
     slots_.store(slots, std::memory_order_release);
 }
 
+char* FileNameTable::take_room(std::uint64_t bytes) {
+    bytes = (bytes + name_alignment - 1) & ~(name_alignment - 1);
+    if (bytes > room_bytes_) {
+        std::uint64_t const whole = name_alignment + (bytes > block_bytes ? bytes : block_bytes);
+        auto const block = static_cast<Block*>(custom_malloc(whole, HEAP_GENERAL));
+        block->older = blocks_;
+        blocks_ = block;
+        room_ = reinterpret_cast<char*>(block) + name_alignment;
+        room_bytes_ = whole - name_alignment;
+    }
+    room_bytes_ -= bytes;
+    return std::exchange(room_, room_ + bytes);
+}
+
+// The string is never destroyed and never changes, so that it may point at characters which are
+// no block of its own.
+String const* FileNameTable::store(char const* text, unsigned int length) {
+    char* const room = take_room(sizeof(String) + length + 1ull);
+    char* const characters = room + sizeof(String);
+    std::memcpy(characters, text, length);
+    characters[length] = 0;
+    String* const name = new (room) String;
+    StringFields const fields = {length, length, characters};
+    std::memcpy(static_cast<void*>(name), &fields, sizeof fields);
+    return name;
+}
+
 String const* FileNameTable::insert(char const* text, unsigned int length, std::uint64_t hash) {
     if (String const* const known = find(text, length, hash)) return known;
     Slots* slots = slots_.load(std::memory_order_relaxed);
-    if (names_ >= (slots->mask + 1) / 2) {
+    if (names_ >= (slots->mask + 1) / 4 * 3) {
         grow();
         slots = slots_.load(std::memory_order_relaxed);
     }
-    String const* const name = new String(text, length);
+    String const* const name = store(text, length);
     std::uint64_t const address = reinterpret_cast<std::uint64_t>(name);
     QX_CHECK(address <= address_mask);
     put(*slots, address | (hash & ~address_mask), hash);
