@@ -23,7 +23,7 @@ struct Row {
 // clang-format off
 constexpr Row rows[] = {
     {L".save", L"save_games\\", OFC_USER_DATA},  // OWC_SAVE_GAME
-    {L".save_multiplayer", L"save_games_multiplayer\\", OFC_USER_DATA},  // OWC_SAVE_GAME_MULTIPLAYER
+    {L".save_multiplayer", L"save_games_multiplayer\\", OFC_USER_DATA},  // ..._MULTIPLAYER
     {L".replay", L"replays\\", OFC_USER_DATA},  // OWC_REPLAY
     {L".log.txt", L"logs\\", OFC_DIAGNOSTIC},  // OWC_LOG
     {L".csv", L"logs\\", OFC_DIAGNOSTIC},  // OWC_CSV_LOG

@@ -42,7 +42,7 @@ public:
     QX_API SearchPathCollection();
 
     // One path, the empty text. The argument is not looked at.
-    QX_API explicit SearchPathCollection(char const*);
+    QX_API SearchPathCollection(char const*);
 
     QX_API SearchPathCollection(SearchPathCollection const& other);
     QX_API SearchPathCollection& operator=(SearchPathCollection const& other);

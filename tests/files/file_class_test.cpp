@@ -135,17 +135,17 @@ TEST_F(FileClass, the_command_line_and_the_program_choose_the_application_folder
     };
     // clang-format off
     constexpr Row rows[] = {
-        {"x",                L"c:\\dev\\trunk\\g.exe",                L"Brassmoor\\maps\\"},
-        {"x -sptest",        L"c:\\dev\\trunk\\g.exe",                L"Brassmoor_autotest\\maps\\"},
-        {"x-sptestify",      L"c:\\dev\\trunk\\g.exe",                L"Brassmoor_autotest\\maps\\"},
-        {"x -SPTEST",        L"c:\\dev\\trunk\\g.exe",                L"Brassmoor\\maps\\"},
-        {"branch_profile",   L"c:\\dev\\trunk\\g.exe",                L"Brassmoor_trunk\\maps\\"},
-        {"branch_profile",   L"c:\\dev\\trunk\\binaries\\x64\\g.exe", L"Brassmoor_dev\\maps\\"},
-        {"branch_profile",   L"c:\\dev\\t\\src\\..\\binaries\\g.exe", L"Brassmoor_dev\\maps\\"},
-        {"branch_profile",   L"c:\\a\\b\\binaries\\c\\src\\..\\g.exe", L"Brassmoor_binaries\\maps\\"},
-        {"branch_profile",   L"c:\\dev\\Src\\..\\g.exe",              L"Brassmoor_..\\maps\\"},
-        {"branch_profile",   L"c:\\g.exe",                            L"Brassmoor\\maps\\"},
-        {"branch_profile",   L"g.exe",                                L"Brassmoor\\maps\\"},
+        {"x", L"c:\\dev\\trunk\\g.exe", L"Brassmoor\\maps\\"},
+        {"x -sptest", L"c:\\dev\\trunk\\g.exe", L"Brassmoor_autotest\\maps\\"},
+        {"x-sptestify", L"c:\\dev\\trunk\\g.exe", L"Brassmoor_autotest\\maps\\"},
+        {"x -SPTEST", L"c:\\dev\\trunk\\g.exe", L"Brassmoor\\maps\\"},
+        {"branch_profile", L"c:\\dev\\trunk\\g.exe", L"Brassmoor_trunk\\maps\\"},
+        {"branch_profile", L"c:\\dev\\trunk\\binaries\\x64\\g.exe", L"Brassmoor_dev\\maps\\"},
+        {"branch_profile", L"c:\\dev\\t\\src\\..\\binaries\\g.exe", L"Brassmoor_dev\\maps\\"},
+        {"branch_profile", L"c:\\a\\binaries\\c\\src\\..\\g.exe", L"Brassmoor_binaries\\maps\\"},
+        {"branch_profile", L"c:\\dev\\Src\\..\\g.exe", L"Brassmoor_..\\maps\\"},
+        {"branch_profile", L"c:\\g.exe", L"Brassmoor\\maps\\"},
+        {"branch_profile", L"g.exe", L"Brassmoor\\maps\\"},
         {"branch_profile -sptest", L"c:\\dev\\trunk\\g.exe", L"Brassmoor_trun_autotest\\maps\\"},
     };
     // clang-format on

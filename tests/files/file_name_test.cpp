@@ -4,8 +4,8 @@
 
 #include "qx/base/windows.h"
 
-#include <atomic>
 #include <map>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +13,8 @@
 #include "qx/files/file_class.h"
 #include "qx/files/filesystem.h"
 #include "tests/files/plain_paths.h"
+#include "tests/harness/failing_allocation.h"
+#include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
@@ -129,6 +131,36 @@ TEST(FileName, random_paths_become_the_texts_of_the_plain_rules) {
         ASSERT_EQ(place->second, &name.name()) << path << (fresh ? "" : " again");
     }
     for (auto const& [text, name] : known) ASSERT_EQ(text_of(*name), text);
+}
+
+// Texts of every length around the block of 16 and the scratch of 2048, at a page that may not be
+// touched.
+TEST(FileName, reads_nothing_behind_the_text) {
+    for (unsigned int length = 1; length < 2080; length == 70 ? length = 2030 : ++length) {
+        std::string text(length, 'q');
+        for (unsigned int i = 0; i < length; i += 5) text[i] = "/.A\\"[i % 4];
+        test::Guarded const guarded(text.c_str(), length + 1);
+        std::string const expected = test::plain_short_form(text, false);
+        ASSERT_EQ(text_of(FileName(guarded.data()).name()), expected) << length;
+        ASSERT_EQ(text_of(FileName(guarded.data()).name()), expected) << length << " again";
+    }
+}
+
+TEST(FileName, an_allocation_that_fails_leaves_the_table_whole_and_unlocked) {
+    std::string const longest(100000, 'n');  // takes a block for itself
+    unsigned int failures = 0;
+    for (bool fired = true; fired;) {
+        test::FailingAllocation const failing(failures + 1);
+        try {
+            FileName const name(longest.c_str());
+            EXPECT_EQ(name.name().length(), longest.size());
+        } catch (std::bad_alloc const&) {
+            ++failures;
+        }
+        fired = failing.fired();
+    }
+    EXPECT_GE(failures, 2u);
+    std::thread([] { EXPECT_FALSE(FileName("after failures").empty()); }).join();
 }
 
 TEST(FileName, threads_that_make_the_same_names_get_the_same_pointers) {

@@ -226,7 +226,7 @@ TEST(BinaryDescription, cuts_the_program_s_name_in_four) {
         {L"c:\\a\\b\\c\\d.exe", "c:\\a\\b\\c\\d.exe", "c:\\a\\", "b", "d.exe"},
         {L"c:\\b\\c\\d.exe",    "c:\\b\\c\\d.exe",    "c:\\",    "b", "d.exe"},
         {L"c:\\a\\b\\x\\..\\c\\d.exe", "c:\\a\\b\\c\\d.exe", "c:\\a\\", "b", "d.exe"},
-        {L"c:\\A\xE9\\b/c\\c\\D.exe", "c:\\A\xC3\xA9\\b/c\\c\\D.exe", "c:\\A\xC3\xA9\\", "b/c", "D.exe"},
+        {L"c:\\\xE9\\B/b\\c\\d", "c:\\\xC3\xA9\\B/b\\c\\d", "c:\\\xC3\xA9\\", "B/b", "d"},
         {L"c:\\c\\d.exe",       "c:\\c\\d.exe",       "",        "c:", "d.exe"},
         {L"c:\\d.exe",          "c:\\d.exe",          "",        "",  "d.exe"},
         {L"d.exe",              "d.exe",              "",        "",  "d.exe"},
