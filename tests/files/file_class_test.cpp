@@ -183,19 +183,23 @@ private:
     HKEY key_ = nullptr;
 };
 
+// The key is one that no other case asks for.
 TEST_F(FileClass, the_registry_value_names_the_base) {
-    HomePath const home(L"Brassmoor");
-    std::wstring const plain = below_profile(L"Brassmoor\\maps\\");
-    EXPECT_EQ(wide(classes::get_path(QX::OWC_MAPS)), plain);
+    given_command_line = "branch_profile -sptest";
+    given_program = L"c:\\keys\\g.exe";
+    std::wstring const folder = L"Brassmoor_key_autotest\\";
+    auto const maps = [] { return wide(classes::get_path(QX::OWC_MAPS)); };
+    std::wstring const plain = below_profile((folder + L"maps\\").c_str());
+
+    HomePath const home(L"Brassmoor_key_autotest");
+    EXPECT_EQ(maps(), plain);
     home.set(given_profile + std::wstring(L"\\home"));
-    EXPECT_EQ(
-        wide(classes::get_path(QX::OWC_MAPS)),
-        given_profile + std::wstring(L"\\home\\Brassmoor\\maps\\"));
-    given_command_line = "-sptest";  // another application folder, so another key
-    EXPECT_EQ(wide(classes::get_path(QX::OWC_MAPS)), below_profile(L"Brassmoor_autotest\\maps\\"));
-    given_command_line = "";
+    EXPECT_EQ(maps(), given_profile + (L"\\home\\" + folder) + L"maps\\");
+    given_command_line = "branch_profile";  // another application folder, so another key
+    EXPECT_EQ(maps(), below_profile(L"Brassmoor_keys\\maps\\"));
+    given_command_line = "branch_profile -sptest";
     home.set(std::wstring(256, L'x'));  // 514 bytes with its end: the query fails
-    EXPECT_EQ(wide(classes::get_path(QX::OWC_MAPS)), plain);
+    EXPECT_EQ(maps(), plain);
 }
 
 TEST_F(FileClass, without_a_profile_every_folder_is_empty_and_names_are_relative) {
