@@ -46,7 +46,8 @@ class MemorySource : public Source {
 public:
     explicit MemorySource(MemFileIn& file) : file_(file) {
         next = begin_ = reinterpret_cast<unsigned char const*>(file.pos());
-        limit = reinterpret_cast<unsigned char const*>(file.end());
+        // The stream may stand past its end, behind a line end that was cut in two there.
+        limit = std::max(next, reinterpret_cast<unsigned char const*>(file.end()));
         refill = [](Source&, std::size_t, std::size_t) { return false; };
     }
 
@@ -478,11 +479,13 @@ void count_staging(TGAHeader const& header, std::size_t pixel_size) {
 // How a header's pixels are read, and whether they can be.
 enum class Way { none, direct, staged };
 
-Way way_of(TGAHeader const& header, PixelFormat view_format) {
+// The staged picture shows in the counters even where the depth of its indices is refused.
+Way choose_way(TGAHeader const& header, PixelFormat view_format) {
     if (!header.supported()) return Way::none;
     if (header.image_type == 2 || header.image_type == 3) {
         return pixel_size(view_format) ? Way::direct : Way::none;
     }
+    count_staging(header, pixel_size(header.format()));
     bool const has_depth = header.bits_per_pixel == 8 || header.bits_per_pixel == 16;
     return is_mapped(header) && !has_depth ? Way::none : Way::staged;
 }
@@ -497,7 +500,6 @@ bool read_from(
         return true;
     }
     read_staged(to, source, header, kind);
-    count_staging(header, kind_size(kind));
     // Kept as it is: this one kind of map answers false after all its work.
     return !(is_mapped(header) && header.bits_per_pixel == 16 && format == PIXEL_FORMAT_X1R5G5B5);
 }
@@ -514,7 +516,7 @@ std::size_t window_size(TGAHeader const& header, Way way, PixelAccessorDescripto
 }  // namespace
 
 bool read_pixels(PixelAccessorDescriptor const& to, FileIn& file, TGAHeader const& header) {
-    Way const way = way_of(header, to.format);
+    Way const way = choose_way(header, to.format);
     if (way == Way::none) return false;
     std::size_t const window = window_size(header, way, to);
     FileSource source(file, window);
@@ -522,7 +524,7 @@ bool read_pixels(PixelAccessorDescriptor const& to, FileIn& file, TGAHeader cons
 }
 
 bool read_pixels(PixelAccessorDescriptor const& to, MemFileIn& file, TGAHeader const& header) {
-    Way const way = way_of(header, to.format);
+    Way const way = choose_way(header, to.format);
     if (way == Way::none) return false;
     MemorySource source(file);
     return read_from(to, source, header, way, ~std::size_t{0});

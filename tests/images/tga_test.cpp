@@ -386,9 +386,34 @@ TEST(TGA, shows_the_staged_picture_in_the_counters) {
     Bytes pixels(100 * 50 * 4);
     ImageDefaultAllocator::hwm = 0;
     auto const before = ImageDefaultAllocator::mem;
-    read_pixels({pixels.data(), 100, 50, 400, PIXEL_FORMAT_A8R8G8B8}, file, header);
+    PixelAccessorDescriptor const view(pixels.data(), 100, 50, 400, PIXEL_FORMAT_A8R8G8B8);
+    read_pixels(view, file, header);
     EXPECT_EQ(ImageDefaultAllocator::hwm, before + 20000);
     EXPECT_EQ(ImageDefaultAllocator::mem, before);
+
+    header = make_header(1, 24, 0, 16);
+    header.width = 200, header.height = 150;
+    EXPECT_FALSE(read_pixels(view, file, header));
+    EXPECT_EQ(ImageDefaultAllocator::hwm, before + 60000) << "made before its indices are refused";
+}
+
+TEST(TGA, reads_nothing_from_a_memory_file_that_stands_past_its_end) {
+    std::string const text = "a\n\r";
+    char line[8];
+    unsigned char pixels[64];
+    PixelAccessorDescriptor const view(pixels, 8, 8, 8, PIXEL_FORMAT_GREY8);
+    for (int const type : {3, 11}) {
+        MemFileIn file;
+        file.open(text.data(), 2);
+        file.readln(line);
+        ASSERT_EQ(file.tell(), 3u) << "the pair is stepped over whole";
+        TGAHeader header = make_header(type, 8, 0);
+        header.width = header.height = 8;
+        EXPECT_TRUE(read_pixels(view, file, header));
+        EXPECT_EQ(file.status(), FILE_END_OF_FILE);
+        EXPECT_EQ(file.tell(), 3u);
+        EXPECT_EQ(pixels[0] + pixels[63], 0);
+    }
 }
 
 TEST(TGA, ends_quickly_on_a_few_bytes_that_promise_the_largest_picture) {
