@@ -397,3 +397,25 @@ TEST(Ramps, wrap_where_the_second_colour_is_darker) {
     generate_primary_colours(out, 3, {0, 0, 10}, {0, 0, 5});
     EXPECT_EQ(out[0].red, static_cast<unsigned char>(10 + 4294967281u / 3));
 }
+
+// Both triangle ramps, reckoned in 32 bits as their rule is written.
+TEST(Ramps, follow_the_unsigned_rule_for_any_count_and_colours) {
+    test::Random random(27);
+    for (int round = 0; round < 400; ++round) {
+        unsigned int const n = 1 + random.below(300);
+        Bytes const c = random_bytes(random, 6);
+        std::vector<Pixel888> up(n), down(n);
+        generate_primary_colours(up.data(), n, {c[0], c[1], c[2]}, {c[3], c[4], c[5]});
+        generate_secondary_colours(down.data(), n, {c[0], c[1], c[2]}, {c[3], c[4], c[5]});
+        for (unsigned int i = 0; i < n; ++i) {
+            unsigned int const starts[3] = {0, 2 * n, n};  // blue, green, red
+            for (int k = 0; k < 3; ++k) {
+                int const v = static_cast<int>((starts[k] + 3 * i) % (3 * n)), m = int(n);
+                auto const weight = static_cast<unsigned int>(std::max(0, m - std::abs(v - m)));
+                unsigned int const share = weight * (unsigned{c[k + 3]} - c[k]) / n;
+                ASSERT_EQ((&up[i].blue)[k], static_cast<unsigned char>(c[k] + share)) << n;
+                ASSERT_EQ((&down[i].blue)[k], static_cast<unsigned char>(c[k + 3] - share)) << n;
+            }
+        }
+    }
+}
