@@ -9,6 +9,9 @@
 #define QX_NOINLINE __attribute__((noinline))
 #define QX_ALWAYS_INLINE inline __attribute__((always_inline))
 
+// At a function's end: its last call is a true one, so that the function shows in a stack.
+#define QX_KEEP_FRAME() asm volatile("")
+
 // Around classes whose virtual slots are fixed and hold no destructor: none is destroyed through a
 // base.
 #define QX_FIXED_SLOTS_BEGIN                                                                       \

@@ -1,0 +1,3 @@
+target_link_libraries(${program} PRIVATE gdi32 dbghelp)
+#There is one focus and one clipboard for all cases.
+    set(case_properties RESOURCE_LOCK desktop)
