@@ -133,6 +133,14 @@ TEST(FileName, random_paths_become_the_texts_of_the_plain_rules) {
     for (auto const& [text, name] : known) ASSERT_EQ(text_of(*name), text);
 }
 
+// So many that some differ by their text alone and not by what the table's slots hold of them.
+TEST(FileName, a_crowd_of_names_stay_apart) {
+    for (int i = 0; i < 150000; ++i) {
+        std::string const text = "crowd_" + std::to_string(i * 7919);
+        ASSERT_EQ(text_of(FileName(text.c_str()).name()), text);
+    }
+}
+
 // Texts of every length around the block of 16 and the scratch of 2048, at a page that may not be
 // touched.
 TEST(FileName, reads_nothing_behind_the_text) {

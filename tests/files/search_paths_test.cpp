@@ -11,7 +11,6 @@
 
 #include "qx/files/file_class.h"
 #include "qx/files/filesystem.h"
-#include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
 
