@@ -23,6 +23,7 @@
 #include <winsock2.h>
 
 #include "qx/base/export.h"
+#include "qx/text/string.h"
 
 namespace QX {
 
