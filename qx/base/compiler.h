@@ -23,3 +23,12 @@
 #else
 #define QX_CHECK(condition) static_cast<void>(0)
 #endif
+
+// Tells the address checker, where the build has one, that nothing of these bytes is a frame's any
+// more: for stacks that are left without unwinding.
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" void __asan_unpoison_stack_memory(void* begin, long long size);
+#define QX_FORGET_FRAMES(begin, size) __asan_unpoison_stack_memory(begin, size)
+#else
+#define QX_FORGET_FRAMES(begin, size) static_cast<void>(0)
+#endif

@@ -1,5 +1,6 @@
 #include "qx/tasks/fibre.h"
 
+#include "qx/base/compiler.h"
 #include "qx/base/windows.h"
 
 #include <cstdint>
@@ -54,6 +55,7 @@ void* make_fiber(void* stack_top, std::size_t stack_size, void (*entry)(void*)) 
         (reinterpret_cast<std::uintptr_t>(stack_top) - head_room) & ~std::uintptr_t{15};
     auto* const frame = reinterpret_cast<FreshFrame*>(top) - 1;
 
+    QX_FORGET_FRAMES(bottom, stack_size);
     frame->fresh = 1;
     asm volatile("stmxcsr %0" : "=m"(frame->mxcsr));
     asm volatile("fnstcw %0" : "=m"(frame->x87));

@@ -80,7 +80,10 @@ void stop_workers(Scheduler& in) {
 void free_records(Scheduler& in) {
     for (unsigned int i = 0; i < in.free_list_count(); ++i) {
         while (Task* const task = pop_list(in.free[i].task_records)) free_aligned(task);
-        while (Fibre* const fibre = pop_list(in.free[i].fibres)) QX::custom_free(fibre);
+        while (Fibre* const fibre = pop_list(in.free[i].fibres)) {
+            QX_FORGET_FRAMES(fibre->stack, fibre_stack_size);
+            QX::custom_free(fibre);
+        }
     }
     free_aligned(in.free);
 }

@@ -56,7 +56,7 @@ struct Failing {
 
     void operator()() {
         ++*begun;
-        if (way == fault) *static_cast<int volatile*>(nullptr) = 1;
+        if (way == fault) asm volatile("movl $1, (%0)" : : "r"(nullptr) : "memory");
         if (way == raise) RaiseException(own_code, 0, 0, nullptr);
         if (way == throw_object) throw std::string("a long text that owns a block of its own");
     }

@@ -1,5 +1,6 @@
 // The switch between stacks, by itself.
 #include "qx/tasks/fibre.h"
+#include "qx/base/compiler.h"
 #include "qx/base/windows.h"
 #include "qx/tasks/fibre_impl.h"
 
@@ -125,6 +126,7 @@ struct TestFibre {
         : stack(stack_size + 8), body(work) {
         context = make_fiber(top(), stack_size, entry != nullptr ? entry : run);
     }
+    ~TestFibre() { QX_FORGET_FRAMES(stack.data(), stack.size()); }
 
     char* top() { return stack.data() + stack.size(); }
     void enter() { switch_carrying_exceptions(&caller, context); }
