@@ -57,6 +57,11 @@ QX_LANES Words high_product(Words x, unsigned short n) {
     return Words(_mm256_mulhi_epu16(__m256i(x), _mm256_set1_epi16(static_cast<short>(n))));
 }
 
+QX_LANES Words weigh_bytes(Words x, unsigned short weights) {
+    auto const n = _mm256_set1_epi16(static_cast<short>(weights));
+    return Words(_mm256_maddubs_epi16(__m256i(x), n));
+}
+
 QX_LANES Words load_words(unsigned char const* from) {
     return Words(load(from));
 }

@@ -5,6 +5,9 @@
 
 #include "qx/images/pixel_copy_rules_impl.h"
 
+#include <algorithm>
+#include <cstdint>
+
 namespace QX::pixel_rows {
 
 namespace {
@@ -51,8 +54,14 @@ QX_LANES Planes split(Words p) {
 
 // grey_level, halved throughout so that sums stay below 2^15; the product divides by 127.
 QX_LANES Words grey_of(Planes const& p) {
-    Words const sum = p.blue * 14 + p.green * 75 + p.red * 38 + 63;
-    return high_product(sum, 33027) >> 6;
+    Words const sum = weigh_bytes(p.blue, 14) + weigh_bytes(p.green, 75) + weigh_bytes(p.red, 38);
+    return high_product(sum + 63, 33027) >> 6;
+}
+
+// The same for 4-bit channels: blue and red lie in separate bytes.
+QX_LANES Words grey_of_4444(Words p) {
+    Words const sum = weigh_bytes((p << 4) & 0xF0F0, 38 << 8 | 14) + weigh_bytes(p & 0xF0, 75);
+    return high_product(sum + 63, 33027) >> 6;
 }
 
 template <Kind K>
@@ -143,6 +152,8 @@ QX_LANES void convert_block(unsigned char* to, unsigned char const* from) {
     constexpr bool from_words = kind_size(S) == 2, to_words = kind_size(D) == 2;
     if constexpr (from_words && to_words) {
         store_words(to, move_fields<S, D>(load_words(from)));
+    } else if constexpr (S == A4444 && D == G8) {
+        store_levels(to, grey_of_4444(load_words(from)));
     } else if constexpr (from_words) {
         store_planes<D>(to, split<S>(load_words(from)));
     } else if constexpr (to_words && S == G8) {
@@ -154,10 +165,20 @@ QX_LANES void convert_block(unsigned char* to, unsigned char const* from) {
     }
 }
 
+// How many pixels lie before the first whole vector's boundary; a block at most.
+inline std::size_t pixels_to_boundary(unsigned char const* to, std::size_t size) {
+    return (-reinterpret_cast<std::uintptr_t>(to) & (std::min(sizeof(Words), block * size) - 1)) /
+           size;
+}
+
 template <Kind S, Kind D>
 QX_TARGET void convert_row(unsigned char* to, unsigned char const* from, std::size_t count) {
     constexpr std::size_t to_size = kind_size(D), from_size = kind_size(S);
     std::size_t i = 0;
+    if (count >= 2 * block) {  // from here on no store crosses a cache line
+        convert_block<S, D>(to, from);
+        i = pixels_to_boundary(to, to_size);
+    }
     for (; i + block <= count; i += block) {
         convert_block<S, D>(to + i * to_size, from + i * from_size);
     }

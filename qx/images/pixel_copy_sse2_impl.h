@@ -8,6 +8,7 @@
 //     Words                      a vector of `block` 16-bit lanes
 //     Dwords, Quads              32-bit lanes; two such, `block` pixels of four bytes
 //     high_product(x, n)         the upper halves of 16-bit products
+//     weigh_bytes(x, n)          bytes times those of n below 128, added up in pairs
 //     pair_sum(x, n)             16-bit lanes times those of n, added up in pairs
 //     load_words, store_words    16-bit pixels
 //     load_levels, store_levels  bytes as words
@@ -49,6 +50,10 @@ QX_LANES void store(void* to, __m128i value) {
 
 QX_LANES Words high_product(Words x, unsigned short n) {
     return Words(_mm_mulhi_epu16(__m128i(x), _mm_set1_epi16(static_cast<short>(n))));
+}
+
+QX_LANES Words weigh_bytes(Words x, unsigned short weights) {
+    return (x & 255) * (weights & 255) + (x >> 8) * (weights >> 8);
 }
 
 QX_LANES Words load_words(unsigned char const* from) {
