@@ -110,5 +110,6 @@ stage client client_project
 stage examples examples
 stage fuzz short_fuzz
 stage demo demo_and_its_failures
+stage net scripts/check_net.sh
 echo "all stages in $((SECONDS - started)) s"
 finish
