@@ -12,6 +12,9 @@
 // At a function's end: its last call is a true one, so that the function shows in a stack.
 #define QX_KEEP_FRAME() asm volatile("")
 
+// Stops in the debugger; the process goes on behind it when told to.
+#define QX_BREAK() asm volatile("int3")
+
 // Around classes whose virtual slots are fixed and hold no destructor: none is destroyed through a
 // base.
 #define QX_FIXED_SLOTS_BEGIN                                                                       \

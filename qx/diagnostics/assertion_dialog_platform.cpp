@@ -81,6 +81,10 @@ void make_fonts(HWND dialog, State& state) {
     state.normal = scaled_font(font, 1, font.lfWeight);
     state.heading = scaled_font(font, 1.7, bold);
     state.teams = scaled_font(font, 1.2, bold);
+    // Some systems draw a text in its control's own font, whatever the message for colours chose.
+    for (int id : {id_heading, id_details, id_team_names})
+        SendDlgItemMessageW(
+            dialog, id, WM_SETFONT, reinterpret_cast<WPARAM>(state.font_of(id)), FALSE);
 }
 
 void destroy_state(HWND dialog) {
@@ -93,7 +97,10 @@ void destroy_state(HWND dialog) {
 
 // --- Layout, in pixels ---------------------------------------------------------------------------
 
-Size measure(HDC context, HFONT font, UniString const& text, UINT flags, Size limit) {
+// A line end at the end of the text counts as one more line, also where the system leaves it out:
+// the teams are placed into that line.
+Size measure(HDC context, HFONT font, UniString text, UINT flags, Size limit) {
+    if (text.back() == L'\n') text += L' ';
     RECT area = {0, 0, limit.width, limit.height};
     HGDIOBJ const previous = SelectObject(context, font);
     DrawTextW(context, text.c_str(), -1, &area, flags);

@@ -42,9 +42,10 @@ extern QX_API VELLUM_MESSAGE_BOX_IDS (*ignore_all_message_box_remote_controlled_
 extern QX_API void (*ignore_all_message_box_remote_controlled_local_callback)(
     VELLUM_MESSAGE_BOX_IDS decision, UniString const& heading);
 
-// For client macros, which alone call them: a hook ahead of the whole assertion, and text output.
+// For client macros, which alone call them: a hook ahead of the whole assertion, with the condition
+// and the place in the code, and text output.
 extern QX_API bool (*err_msg_redirect)(
-    TEAM_INFO const& team, char const* file, char const* line, UniString const& text);
+    TEAM_INFO const& team, char const* condition, char const* place, UniString const& text);
 extern QX_API void (*ODS_fn)(UniString const& text);
 
 // Each stores its pointer in the variable of the same purpose; null takes it away.

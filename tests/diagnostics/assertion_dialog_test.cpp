@@ -205,7 +205,8 @@ struct Look {
     COLORREF colour = 0;
     int background = 0;
     LRESULT brush = 0;
-    SIZE needed = {};  // by the text, broken or not, within the screen less 60
+    SIZE needed = {};       // by the text, broken or not, within the screen less 60
+    long to_last_text = 0;  // the height up to the last line that is not empty
 };
 
 // What the dialog chooses for one of its texts, and the room that the text then takes.
@@ -222,8 +223,14 @@ Look look_of(HWND dialog, int id) {
     LONG const width = GetSystemMetrics(SM_CXSCREEN) - 60;
     LONG const height = GetSystemMetrics(SM_CYSCREEN) - 60;
     RECT area = {0, 0, width, height};
-    DrawTextW(context, test::text_of(control).c_str(), -1, &area, id == 2 ? 0xC00 : 0xC10);
+    std::wstring text = test::text_of(control);
+    UINT const flags = id == 2 ? 0xC00 : 0xC10;
+    if (!text.empty() && text.back() == L'\n') text += L' ';  // a last empty line counts
+    DrawTextW(context, text.c_str(), -1, &area, flags);
     look.needed = {std::min(area.right, width), std::min(area.bottom, height)};
+    text.resize(text.find_last_not_of(L"\n ") + 1);
+    DrawTextW(context, text.c_str(), -1, &area, flags);
+    look.to_last_text = area.bottom;
     DeleteDC(context);
     return look;
 }
@@ -240,7 +247,8 @@ std::string described(long x, long y, long width, long height) {
 // Every place in the dialog follows from the sizes of its texts.
 void expect_layout(HWND dialog) {
     SIZE const a = look_of(dialog, 0).needed;
-    SIZE const b = look_of(dialog, 1).needed;
+    Look const details = look_of(dialog, 1);
+    SIZE const b = details.needed;
     SIZE const c = look_of(dialog, 2).needed;
     long const width = std::max({a.cx, b.cx, c.cx});
     long const third = 13 + a.cy + 16 + b.cy - 8;
@@ -257,6 +265,8 @@ void expect_layout(HWND dialog) {
         long const x = 11 + 81 * i + (client_width - 422) / 2;
         EXPECT_EQ(describe(test::place_of(dialog, 3 + i)), described(x, row, 75, 23));
     }
+    bool const has_line_to_spare = details.to_last_text < b.cy;
+    EXPECT_TRUE(!has_line_to_spare || 29 + a.cy + details.to_last_text <= third);
     // The system lets no window grow past the screen, and then the lower controls are cut off.
     if (row + 34 > GetSystemMetrics(SM_CYSCREEN) - 60) return;
     EXPECT_EQ(describe(client), described(0, 0, client_width, row + 34));
@@ -310,6 +320,11 @@ TEST(AssertionDialog, texts_have_fonts_and_colours_of_their_own) {
                     EXPECT_EQ(look.font.lfWeight, id == 1 ? base.lfWeight : 700);
                     EXPECT_EQ(look.font.lfQuality, 5);
                     EXPECT_EQ(look.colour, colours[id]);
+                    LOGFONTW drawn = {};
+                    GetObjectW(
+                        reinterpret_cast<HFONT>(SendDlgItemMessageW(dialog, id, WM_GETFONT, 0, 0)),
+                        sizeof drawn, &drawn);
+                    EXPECT_EQ(drawn.lfHeight, look.font.lfHeight);
                     EXPECT_EQ(look.background, TRANSPARENT);
                     EXPECT_EQ(
                         look.brush, reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_3DFACE)));

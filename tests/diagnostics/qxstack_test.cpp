@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include "qx/base/windows.h"
+#include "qx/diagnostics/call_stack.h"
+#include "tests/harness/temp_folder.h"
+
+#include <cstdio>
+#include <string>
+
+namespace {
+
+struct Result {
+    unsigned long code = 99;
+    std::string output, errors;
+};
+
+HANDLE output_file(std::string const& path) {
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    return CreateFileA(
+        path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
+}
+
+std::string own_folder() {
+    char program[MAX_PATH];
+    GetModuleFileNameA(nullptr, program, MAX_PATH);
+    std::string const path = program;
+    return path.substr(0, path.rfind('\\') + 1);
+}
+
+// Runs the tool that lies beside the test program.
+Result qxstack(std::string const& arguments) {
+    test::TempFolder const folder;
+    std::string line = "\"" + own_folder() + "qxstack.exe\" " + arguments;
+    STARTUPINFOA start = {};
+    start.cb = sizeof start;
+    start.dwFlags = STARTF_USESTDHANDLES;
+    start.hStdOutput = output_file(folder.file("out"));
+    start.hStdError = output_file(folder.file("err"));
+    PROCESS_INFORMATION process = {};
+    Result result;
+    if (CreateProcessA(
+            nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
+        WaitForSingleObject(process.hProcess, INFINITE);
+        GetExitCodeProcess(process.hProcess, &result.code);
+        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread);
+    }
+    CloseHandle(start.hStdOutput);
+    CloseHandle(start.hStdError);
+    result.output = test::read_file(folder.file("out"));
+    result.errors = test::read_file(folder.file("err"));
+    return result;
+}
+
+bool has(std::string const& text, std::string const& part) {
+    return text.find(part) != text.npos;
+}
+
+std::string stack_text(std::array<unsigned int, 32> const& offsets) {
+    char text[257];
+    QX::stack::offsets_to_string(offsets, text);
+    return text;
+}
+
+std::string quoted(std::string const& path) {
+    return " \"" + path + "\"";
+}
+
+char const map[] = "  Address         Publics by Value              Rva+Base\n\n"
+                   " 0000:00000000  __ImageBase     0000000140000000\n"
+                   " 0001:00000000  ?first@@YAXXZ   0000000140001000\n"
+                   " 0001:00000010  _ZN4game4stepEv 0000000140001010\n"
+                   " 0001:00000018  Inner_label     0000000140001018\n"
+                   " 0001:00000020  last            0000000140001020\n";
+
+TEST(QxStack, names_every_stack_of_a_log_by_a_map) {
+    test::TempFolder const folder;
+    std::string const log = "started\r\ncrash: " + stack_text({0x1011, 0x1001, 0x1012, 0x9000}) +
+                            "\r\n" + std::string(200, '0') + "\r\nagain <" + stack_text({0x1019}) +
+                            ">\r\n";
+    std::string const files =
+        quoted(folder.write("game.map", map)) + quoted(folder.write("crash.log", log));
+    Result const result = qxstack("map" + files);
+    EXPECT_EQ(result.code, 0u);
+    EXPECT_EQ(
+        result.output, "stack 1, line 2\r\n"
+                       "   0  00001011  game::step()\r\n"
+                       "   1  00001001  void __cdecl first(void)\r\n"
+                       "   2  00001012  game::step()\r\n"
+                       "   3  00009000  ?\r\n"
+                       "stack 2, line 4\r\n"
+                       "   0  00001019  Inner_label\r\n");
+    EXPECT_TRUE(has(result.errors, "line 3: 200 digits are no stack")) << result.errors;
+    Result const raw = qxstack("map --raw --skip Inner" + files);
+    EXPECT_TRUE(has(raw.output, "00001011  _ZN4game4stepEv")) << raw.output;
+    EXPECT_TRUE(has(raw.output, "00001019  _ZN4game4stepEv")) << raw.output;
+}
+
+TEST(QxStack, names_addresses_of_a_module_by_its_symbols) {
+    test::TempFolder const folder;
+    HMODULE const library = GetModuleHandleA("QXLibs.dll");
+    char const* const name = "_ZN2QX5stack17offsets_to_stringERKSt5arrayIjLy32EEPc";
+    auto const* const place = reinterpret_cast<char const*>(GetProcAddress(library, name));
+    ASSERT_NE(place, nullptr);
+    auto const offset =
+        static_cast<unsigned int>(place - reinterpret_cast<char const*>(library)) + 4;
+    std::string const log = folder.write("crash.log", stack_text({offset}));
+    Result const result = qxstack("module" + quoted(own_folder() + "QXLibs.dll") + quoted(log));
+    EXPECT_EQ(result.code, 0u) << result.errors;
+    EXPECT_TRUE(has(result.output, "offsets_to_string")) << result.output;
+    EXPECT_TRUE(has(result.output, "call_stack.cpp:")) << result.output;
+}
+
+TEST(QxStack, tells_what_went_wrong) {
+    test::TempFolder const folder;
+    std::string const good = quoted(folder.write("game.map", map));
+    std::string const log = quoted(folder.write("crash.log", stack_text({0x1001})));
+    std::string const empty = quoted(folder.write("empty.log", "nothing here"));
+    std::string const none = quoted(folder.file("none"));
+    struct Row {
+        std::string arguments;
+        unsigned long code;
+        char const* told;
+    };
+    Row const rows[] = {
+        {"", 2, "a command is missing"},
+        {"fly", 2, "fly: no such command"},
+        {"map" + good, 2, "two files are wanted"},
+        {"map --what" + good + log, 2, "--what: no such option"},
+        {"module --raw" + good + log, 2, "--raw: no such option"},
+        {"map" + good + log + " --skip", 2, "--skip takes a prefix"},
+        {"map" + good + none, 1, "none: can't be opened"},
+        {"map" + none + log, 1, "none: can't be opened"},
+        {"map" + good + empty, 1, "empty.log: no stack text in it"},
+        {"map" + empty + log, 1, "empty.log: knows none of the addresses"},
+        {"module" + none + log, 1, "none: can't be loaded"},
+    };
+    for (Row const& row : rows) {
+        Result const result = qxstack(row.arguments);
+        EXPECT_EQ(result.code, row.code) << row.arguments;
+        EXPECT_TRUE(has(result.errors, row.told)) << row.arguments << "\n" << result.errors;
+    }
+    EXPECT_EQ(qxstack("--help").code, 0u);
+}
+
+}  // namespace
