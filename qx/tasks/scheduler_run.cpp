@@ -141,7 +141,8 @@ void run_tasks_on_fibre(void* task) {
     asm volatile("" : : "r"(room));
     for (;;) {
         Task& running = *static_cast<Task*>(task);
-        qx_guarded_call(invoke_and_destroy, &running, put_to_filter);
+        if (qx_guarded_call(invoke_and_destroy, &running, put_to_filter) != 0)
+            QX_FORGET_FRAMES(running.fibre->stack, fibre_stack_size);
         clear_callable(running);
         FibreMessage message = {MessageKind::finished, nullptr, nullptr};
         task =
