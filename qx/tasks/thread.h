@@ -4,7 +4,7 @@
 //     Thread thread;
 //     if (run_in_native_thread(work, &job, thread) != 0) wait_for_thread(thread);
 //
-// A start that fails answers 0 and leaves the handle as it was. Nothing here throws.
+// A start that fails answers 0 and leaves the Thread empty. Nothing here throws.
 #pragma once
 
 #include "qx/base/export.h"
@@ -45,7 +45,7 @@ enum class ThreadPriority : int {
 QX_API void wait_for_thread(Thread const& thread);
 
 // Starts `entry(argument)` and returns the thread's id once the new thread is running and has taken
-// `argument`; 0 if there is none, `thread` then as it was. The thread's exit code is 0, whatever
+// `argument`; 0 if there is none, `thread` then empty. The thread's exit code is 0, whatever
 // `entry` returns.
 //
 // `stack_size`: in bytes, 0 for the program's own. `core`: the thread is bound to the core of that

@@ -106,10 +106,10 @@ unsigned int run_in_native_thread(
     unsigned int id = 0;
     auto* const handle = reinterpret_cast<HANDLE>(
         _beginthreadex(nullptr, stack_size, start_thread, &record, CREATE_SUSPENDED, &id));
-    if (handle == nullptr) return 0;
-
     Thread detached;
     (thread != nullptr ? *thread : detached).store(handle);
+    if (handle == nullptr) return 0;
+
     set_debugger_thread_name(name, id);
     configure(handle, core, priority);
     ResumeThread(handle);
@@ -121,9 +121,8 @@ unsigned int run_in_native_thread(unsigned int (*entry)(void*), void* argument, 
     unsigned int id = 0;
     auto* const handle =
         reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, entry, argument, 0, &id));
-    if (handle == nullptr) return 0;
     thread.store(handle);
-    return id;
+    return handle != nullptr ? id : 0;
 }
 
 }  // namespace QX

@@ -241,16 +241,18 @@ uintptr_t refuse_start(
     return 0;
 }
 
-TEST(Thread, that_cannot_be_made_gives_0_and_no_handle) {
+TEST(Thread, that_cannot_be_made_gives_0_and_empties_the_object) {
     test::StandIn const refused("_beginthreadex", refuse_start);
     ASSERT_TRUE(refused.found());
-    QX::Thread thread;
-    EXPECT_EQ(QX::run_in_native_thread(note_thread, nullptr, thread), 0u);
+    QX::Thread plain(CreateEventW(nullptr, false, false, nullptr));
+    QX::Thread full(CreateEventW(nullptr, false, false, nullptr));
+    EXPECT_EQ(QX::run_in_native_thread(note_thread, nullptr, plain), 0u);
     EXPECT_EQ(
         QX::run_in_native_thread(
-            0, -1, QX::ThreadPriority::normal, note_thread, nullptr, &thread, "none"),
+            0, -1, QX::ThreadPriority::normal, note_thread, nullptr, &full, "none"),
         0u);
-    EXPECT_EQ(thread.handle(), nullptr);
+    EXPECT_EQ(plain.handle(), nullptr);
+    EXPECT_EQ(full.handle(), nullptr);
 }
 
 unsigned int count_up(void* argument) {
