@@ -54,7 +54,23 @@ public:
     explicit String(int count) { reserve(static_cast<unsigned int>(count)); }
     explicit String(unsigned int count) { reserve(count); }
 
-    using BASIC_STRING::operator=;
+    // As those of the template, and each gives this string.
+    String& operator=(BASIC_STRING const& other) {
+        BASIC_STRING::operator=(other);
+        return *this;
+    }
+    String& operator=(BASIC_STRING&& other) noexcept {
+        swap(other);
+        return *this;
+    }
+    String& operator=(char const* text) {
+        BASIC_STRING::operator=(text);
+        return *this;
+    }
+    String& operator=(char value) {
+        BASIC_STRING::operator=(value);
+        return *this;
+    }
 
     char const* get_temporary_chars() const { return storage(); }
 
@@ -170,7 +186,23 @@ public:
     explicit UniString(int count) { reserve(static_cast<unsigned int>(count)); }
     explicit UniString(unsigned int count) { reserve(count); }
 
-    using BASIC_STRING::operator=;
+    // As those of the template, and each gives this string.
+    UniString& operator=(BASIC_STRING const& other) {
+        BASIC_STRING::operator=(other);
+        return *this;
+    }
+    UniString& operator=(BASIC_STRING&& other) noexcept {
+        swap(other);
+        return *this;
+    }
+    UniString& operator=(wchar_t const* text) {
+        BASIC_STRING::operator=(text);
+        return *this;
+    }
+    UniString& operator=(wchar_t value) {
+        BASIC_STRING::operator=(value);
+        return *this;
+    }
 
     wchar_t const* get_temporary_uni_chars() const { return storage(); }
 

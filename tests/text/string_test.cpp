@@ -96,6 +96,23 @@ TEST(String, moving_assignment_gives_the_source_the_old_contents) {
     EXPECT_EQ(source.c_str(), block);
 }
 
+template <typename Text, typename CharT>
+void expect_assignments_give(CharT const* text, CharT value) {
+    Text source(text);
+    Text target;
+    Text* const results[] = {
+        &(target = text), &(target = value), &(target = source),
+        &(target = static_cast<QX::BASIC_STRING<CharT> const&>(source)),
+        &(target = static_cast<QX::BASIC_STRING<CharT>&&>(source))};
+    for (Text* result : results) EXPECT_EQ(result, &target);
+    EXPECT_EQ(target, Text(text));
+}
+
+TEST(String, assignments_give_the_string_under_its_own_type) {
+    expect_assignments_give<String>("text", 'c');
+    expect_assignments_give<UniString>(L"text", L'c');
+}
+
 // Growth must not free what may still be read: a holder keeps the old block until it dies.
 TEST(String, growth_hands_the_old_block_to_a_holder) {
     String text("abcde");
