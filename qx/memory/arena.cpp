@@ -102,7 +102,9 @@ bool resize_in_place(State& s, Chunk* chunk, Size need) {
 }
 
 bool is_ours(State const& s, Chunk const* chunk) {
-    if (!is_plausible(s, chunk) || !is_in_use(chunk)) return false;
+    if (!is_plausible(s, chunk) || is_stray(chunk)) return false;
+    if (may_be_unmapped(chunk) && !is_mapped(s, chunk)) return false;
+    if (!is_in_use(chunk) || size_of(chunk) > s.footprint) return false;
     Chunk const* const next = behind(chunk);
     return next > chunk && has(next, previous_in_use);
 }
@@ -123,6 +125,7 @@ void* allocate_for_growth(Size request) {
 void* move(void const* block, Size request, Size old_usable) {
     void* const moved = allocate_for_growth(request);
     if (!moved) return nullptr;
+    show_to_checker(moved);
     std::memcpy(moved, block, request < old_usable ? request : old_usable);
     release(block);
     return moved;
@@ -166,7 +169,10 @@ void* reallocate(void const* block, Size request) {
     {
         LockScope const scope(state.lock);
         if (!is_ours(state, chunk)) return nullptr;
-        if (resize_in_place(state, chunk, padded(request))) return payload(chunk);
+        if (resize_in_place(state, chunk, padded(request))) {
+            show_to_checker(payload(chunk));
+            return payload(chunk);
+        }
         old_usable = usable_size(chunk);
     }
     return move(block, request, old_usable);

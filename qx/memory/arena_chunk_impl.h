@@ -119,6 +119,18 @@ inline bool is_in_use(Chunk const* chunk) {
     return (chunk->head & both_in_use) != previous_in_use;
 }
 
+inline bool is_stray(Chunk const* chunk) {
+    return reinterpret_cast<std::uintptr_t>(chunk) % alignment != 0;
+}
+
+// Mappings begin at multiples of this. A direct chunk begins with its mapping and is gone with it,
+// so that only at such a place a chunk of the past may lie in no memory at all.
+constexpr Size mapping_step = 65536;
+
+inline bool may_be_unmapped(Chunk const* chunk) {
+    return reinterpret_cast<std::uintptr_t>(chunk) % mapping_step == 0;
+}
+
 inline Chunk* behind(Chunk const* chunk) {
     return chunk_at(chunk, size_of(chunk));
 }

@@ -4,6 +4,10 @@
 
 #include "qx/memory/arena_bins_impl.h"
 
+#if defined(QX_SANITISE_ADDRESS)
+extern "C" void qx_asan_fresh(void const* block, std::size_t usable);
+#endif
+
 namespace QX::arena {
 
 // A block of at least `request` bytes, aligned to 16; of 0 bytes too. Null from request_limit on.
@@ -28,6 +32,7 @@ void* allocate_large(State& s, Size request);
 
 void* allocate_from_system(State& s, Size need);
 void release_direct(State& s, Chunk* chunk);
+bool is_mapped(State const& s, Chunk const* chunk);
 Chunk* resize_direct(Chunk* chunk, Size need);
 void trim_top(State& s);
 void release_empty_segments(State& s);
@@ -122,13 +127,17 @@ inline void settle(State& s, Chunk* chunk, Size size, Chunk* next) {
     file_free_chunk(s, chunk, size);
 }
 
-// The chunk in front is free: joins it first. It may be the victim, which then grows.
+// The chunk in front is free: joins it first. It may be the victim, which then grows. A chunk that
+// was joined already still names the old size of the one in front, and is left alone.
 inline void settle_with_previous(State& s, Chunk* chunk, Size size, Chunk* next) {
-    Chunk* const previous = chunk_before(chunk, chunk->foot);
-    if (QX_UNLIKELY(!is_plausible(s, previous))) return;
-    size += chunk->foot;
+    Size const previous_size = chunk->foot;
+    if (QX_UNLIKELY(previous_size > s.footprint)) return;
+    Chunk* const previous = chunk_before(chunk, previous_size);
+    if (QX_UNLIKELY(!is_plausible(s, previous) || !has(next, previous_in_use))) return;
+    if (QX_UNLIKELY(previous->head != (previous_size | previous_in_use))) return;
+    size += previous_size;
     if (previous != s.victim) {
-        unlink_chunk(s, previous, chunk->foot);
+        unlink_chunk(s, previous, previous_size);
     } else if (has(next, both_in_use)) {
         s.victim_size = size;
         return mark_free(previous, size, next);
@@ -136,9 +145,14 @@ inline void settle_with_previous(State& s, Chunk* chunk, Size size, Chunk* next)
     settle(s, previous, size, next);
 }
 
+// What is no chunk in use is left alone. No size passes the footprint, so that most heads that are
+// really a stranger's bytes are told before anything is read at the end that they seem to name.
 QX_ALWAYS_INLINE void release_chunk(State& s, Chunk* chunk) {
-    if (QX_UNLIKELY(!is_plausible(s, chunk) || !is_in_use(chunk))) return;
+    if (QX_UNLIKELY(!is_plausible(s, chunk) || is_stray(chunk))) return;
+    if (QX_UNLIKELY(may_be_unmapped(chunk) && !is_mapped(s, chunk))) return;
+    if (QX_UNLIKELY(!is_in_use(chunk))) return;
     Size const size = size_of(chunk);
+    if (QX_UNLIKELY(size > s.footprint)) return;
     Chunk* const next = chunk_at(chunk, size);
     if (has(chunk, previous_in_use)) return settle(s, chunk, size, next);
     if (is_direct(chunk)) return release_direct(s, chunk);
@@ -156,6 +170,15 @@ inline void check_now_and_then(State& s) {
 #endif
 }
 
+// Tells the address-checking build's run-time of a block that is handed out.
+inline void show_to_checker(void* block) {
+#if defined(QX_SANITISE_ADDRESS)
+    if (block) qx_asan_fresh(block, usable_size(chunk_of(block)));
+#else
+    static_cast<void>(block);
+#endif
+}
+
 QX_ALWAYS_INLINE void* allocate_inline(Size request) {
     State& s = state;
     s.lock.acquire();
@@ -163,6 +186,7 @@ QX_ALWAYS_INLINE void* allocate_inline(Size request) {
                             ? allocate_small(s, padded(request))
                             : allocate_large(s, request);
     check_now_and_then(s);
+    show_to_checker(block);
     s.lock.release();
     return block;
 }

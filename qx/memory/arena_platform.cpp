@@ -34,6 +34,12 @@ bool unmap(void* base, Size size) {
     return true;
 }
 
+bool begins_mapping(void const* base) {
+    MEMORY_BASIC_INFORMATION region;
+    return VirtualQuery(base, &region, sizeof region) != 0 && region.AllocationBase == base &&
+           region.State == MEM_COMMIT && region.Protect == PAGE_READWRITE;
+}
+
 Size tick_count_ms() {
     return GetTickCount();
 }

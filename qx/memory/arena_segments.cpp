@@ -45,7 +45,7 @@ void set_top(State& s, Chunk* top, Size size) {
 
 void* allocate_direct(State& s, Size need) {
     Size const room = direct_foot + direct_overhead + alignment - 1;
-    Size const size = round_up(need + room, parameters.page_size);
+    Size const size = round_up(need + room, parameters.granularity);
     if (size <= need) return nullptr;
     void* const base = map_direct(size);
     if (!base) return nullptr;
@@ -127,14 +127,11 @@ bool holds_a_record(State const& s, Segment const& segment) {
     return false;
 }
 
-// The whole granules of the free top beyond the threshold, and one of those below, so that the next
-// attempt waits for as much again. What is kept spares programs whose needs swing around the
-// threshold most of the page faults.
+// The whole granules of the free top, but for the last.
 Size spare_top(State const& s) {
     Size const unit = parameters.granularity;
-    Size const kept = parameters.trim_threshold - unit;
-    if (s.top_size <= kept) return 0;
-    return ((s.top_size - kept + unit - 1) / unit - 1) * unit;
+    if (s.top_size <= foot_room) return 0;
+    return ((s.top_size - foot_room + unit - 1) / unit - 1) * unit;
 }
 
 bool cut_top(State& s) {
@@ -227,6 +224,13 @@ void* allocate_from_system(State& s, Size need) {
         add_segment(s, base, size);
     }
     return carve_top(s, need);
+}
+
+bool is_mapped(State const& s, Chunk const* chunk) {
+    for (Segment const* segment = &s.first; segment; segment = segment->next) {
+        if (holds(*segment, chunk)) return true;
+    }
+    return begins_mapping(chunk);
 }
 
 void release_direct(State& s, Chunk* chunk) {

@@ -22,6 +22,9 @@ void* map_direct(Size size);
 // range does not begin at a mapping's start.
 bool unmap(void* base, Size size);
 
+// Whether `base` is the start of a mapping of committed memory.
+bool begins_mapping(void const* base);
+
 Size tick_count_ms();
 
 void yield_processor();
