@@ -3,8 +3,8 @@
 // committed on first touch. The first error is reported with addresses and ends the process with
 // code 98; x86_64-w64-mingw32-addr2line turns them into lines.
 //
-// The arena is not instrumented from outside: blocks are watched through qx_asan_block and
-// qx_asan_release, which the instrumented build's allocation entry points call.
+// The arena is not instrumented, since it writes where others' marks may be left, and its blocks
+// are not watched: of the heap's faults the arena's own checks tell.
 #include <windows.h>
 
 #include <cstdint>
@@ -154,18 +154,21 @@ RUNTIME void __asan_unregister_globals(Global* globals, std::size_t count) {
     for (Global* g = globals; g != globals + count; ++g) fill(g->begin, g->size_with_redzone, 0);
 }
 
-// A live block of `size` bytes, 16-aligned, with room to `usable`; what lies between is out of
-// bounds.
-RUNTIME void qx_asan_block(std::uintptr_t block, std::size_t size, std::size_t usable) {
+// A block that the arena hands out. Stacks of fibres lie in such blocks, and one that was given up
+// in the middle of its work leaves the marks of its frames behind.
+RUNTIME void qx_asan_fresh(void const* block, std::size_t usable) {
     start();
-    fill(block, size, 0);
-    std::uintptr_t const tail = block + (size & ~7ull);
-    std::size_t const rest = (usable & ~7ull) - (size & ~7ull);
-    fill(tail, rest, 0xfa);
-    if (size & 7) *shadow(tail) = size & 7;
+    fill(reinterpret_cast<std::uintptr_t>(block), usable, 0);
 }
 
-// A block given back, ready to be written by the arena itself, which is not instrumented.
-RUNTIME void qx_asan_release(std::uintptr_t block, std::size_t usable) {
-    fill(block, usable, 0xfd);
+// The same for the stack of a thread that begins where another thread's was.
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
+    if (reason != DLL_THREAD_ATTACH) return TRUE;
+    auto const base = reinterpret_cast<NT_TIB*>(NtCurrentTeb())->StackBase;
+    MEMORY_BASIC_INFORMATION info;
+    if (VirtualQuery(__builtin_frame_address(0), &info, sizeof info)) {
+        auto const low = reinterpret_cast<std::uintptr_t>(info.AllocationBase);
+        fill(low, reinterpret_cast<std::uintptr_t>(base) - low, 0);
+    }
+    return TRUE;
 }
