@@ -19,9 +19,24 @@ extern "C" {
 
 extern char qx_guard_landing[];
 
+#if defined(QX_SANITISE_ADDRESS)
+void qx_asan_fresh(void const* block, std::size_t usable);
+#endif
+
 void qx_guard_dispose(void* thrown) {
     abi::__cxa_begin_catch(thrown);
     abi::__cxa_end_catch();
+}
+
+// The frames up to `frame` are left without their own clean-up, and system code puts its records
+// where they were: the address-checking build must forget the marks of both.
+static void forget_marks_below(void* frame) {
+#if defined(QX_SANITISE_ADDRESS)
+    char* const low = static_cast<char*>(__builtin_frame_address(0));
+    qx_asan_fresh(low, static_cast<std::size_t>(static_cast<char*>(frame) - low));
+#else
+    static_cast<void>(frame);
+#endif
 }
 
 // Clean-ups on the way resume through the header, so it has to know where this unwinding ends.
@@ -43,6 +58,7 @@ static void* unwind_value(EXCEPTION_RECORD* record, void* frame) {
 
 EXCEPTION_DISPOSITION qx_guard_handler(
     EXCEPTION_RECORD* record, void* frame, CONTEXT* context, DISPATCHER_CONTEXT* dispatcher) {
+    forget_marks_below(frame);
     if (record->ExceptionFlags & unwinding) return ExceptionContinueSearch;
 
     auto const filter = *reinterpret_cast<Filter*>(static_cast<char*>(frame) + filter_offset);
