@@ -4,6 +4,7 @@
 
 #include "qx/app/process.h"
 #include "qx/files/file_class.h"
+#include "qx/files/file_watch.h"
 #include "qx/files/filesystem.h"
 #include "qx/files/search_paths_impl.h"
 #include "qx/text/convert.h"
@@ -211,7 +212,7 @@ void SearchPathCollection::set_design_path(String const& path) {
 }
 
 void SearchPathCollection::monitor(String const& path) {
-    static_cast<void>(path);
+    FileChangeNotification::monitor(path);
 }
 
 BinaryDescription::BinaryDescription() {
