@@ -1,9 +1,10 @@
 // scheduler_platform.cpp - the system half: threads' own records, sleeping, processors.
 #include "qx/base/windows.h"
+#include "qx/app/cpu_config.h"
 #include "qx/tasks/scheduler_impl.h"
 #include "qx/tasks/thread_impl.h"
 
-#include <bit>
+#include <algorithm>
 #include <cstdio>
 #include <new>
 
@@ -95,11 +96,12 @@ void name_worker(unsigned int worker) {
 }
 
 Processors count_processors() {
-    DWORD_PTR process = 0;
-    DWORD_PTR system = 0;
-    GetProcessAffinityMask(GetCurrentProcess(), &process, &system);
-    auto const count = static_cast<unsigned int>(std::popcount(process));
-    return {count != 0 ? count : 1, count != 0 ? count : 1};
+    QX::CPUConfig config;
+    QX::get_current_cpu_config(config);
+    Processors found = {config.logical_processor_count, 0};
+    for (unsigned int i = 0; i < found.logical; ++i)
+        found.cores = std::max(found.cores, config.processors[i].core + 1);
+    return found;
 }
 
 }  // namespace task::detail

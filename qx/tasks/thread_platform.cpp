@@ -59,13 +59,6 @@ Semaphore& start_semaphore() {
     return semaphore;
 }
 
-void configure(HANDLE thread, char core, ThreadPriority priority) {
-    SetThreadPriority(thread, system_priorities[static_cast<int>(priority)]);
-    if (core == static_cast<char>(-1)) return;
-    unsigned int const bit = static_cast<unsigned int>(core) & core_mask;
-    SetThreadAffinityMask(thread, static_cast<DWORD_PTR>(1) << bit);
-}
-
 SRWLOCK start_lock = SRWLOCK_INIT;  // the one semaphore serves one start at a time
 
 class StartLock {
@@ -81,6 +74,13 @@ public:
 void set_debugger_thread_name(char const* name, unsigned int thread_id) {
     NameRecord record = {name_type, name, thread_id, 0};
     qx_guarded_call(raise_name, &record, swallow);
+}
+
+void configure_thread(void* thread, char core, ThreadPriority priority) {
+    SetThreadPriority(thread, system_priorities[static_cast<int>(priority)]);
+    if (core == static_cast<char>(-1)) return;
+    unsigned int const bit = static_cast<unsigned int>(core) & core_mask;
+    SetThreadAffinityMask(thread, static_cast<DWORD_PTR>(1) << bit);
 }
 
 Thread& Thread::operator=(Thread&& other) noexcept {
@@ -111,7 +111,7 @@ unsigned int run_in_native_thread(
     if (handle == nullptr) return 0;
 
     set_debugger_thread_name(name, id);
-    configure(handle, core, priority);
+    configure_thread(handle, core, priority);
     ResumeThread(handle);
     WaitForSingleObject(started.handle(), INFINITE);
     return record.thread_id;
