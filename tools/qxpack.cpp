@@ -149,14 +149,25 @@ struct Source {
     unsigned int offset;
 };
 
+// What the pack is called until it is finished.
+fs::path partial_of(fs::path const& pack) {
+    return pack.wstring() + L".partial";
+}
+
+bool is_same(fs::path const& a, fs::path const& b) {
+    std::error_code missing;
+    return fs::equivalent(a, b, missing);
+}
+
+// Without the pack itself, nor one that was left unfinished.
 std::vector<Source> collect(fs::path const& folder, fs::path const& pack) {
     std::error_code error;
     if (!fs::is_directory(folder, error)) fail(shown(folder) + ": no such folder");
     std::vector<Source> sources;
     fs::recursive_directory_iterator walk(folder, error), end;
     for (; !error && walk != end; walk.increment(error)) {
-        if (!walk->is_regular_file() || fs::equivalent(walk->path(), pack, error)) continue;
-        error.clear();
+        if (!walk->is_regular_file()) continue;
+        if (is_same(walk->path(), pack) || is_same(walk->path(), partial_of(pack))) continue;
         std::wstring name = walk->path().lexically_relative(folder).wstring();
         std::replace(name.begin(), name.end(), L'/', L'\\');
         unsigned long long const size = walk->file_size();
@@ -207,8 +218,7 @@ std::string make_index(fs::path const& pack, std::vector<Source>& sources, Optio
 // A pack on its way to the disk, removed unless it is finished.
 class PackWriter {
 public:
-    explicit PackWriter(fs::path const& pack)
-        : pack_(pack), partial_(pack.wstring() + L".partial") {
+    explicit PackWriter(fs::path const& pack) : pack_(pack), partial_(partial_of(pack)) {
         if (!file_.open(partial_.c_str(), false, false)) give_up();
     }
     ~PackWriter() {
