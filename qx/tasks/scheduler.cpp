@@ -3,7 +3,6 @@
 
 #include "qx/tasks/scheduler_impl.h"
 
-#include <algorithm>
 #include <new>
 
 namespace task {
@@ -31,18 +30,6 @@ T* make_array(unsigned int count) {
 // Blocks that malloc_aligned gave have the block to free in the word before them.
 void free_aligned(void* items) {
     QX::custom_free(static_cast<void**>(items)[-1]);
-}
-
-unsigned int choose_worker_count(unsigned int asked) {
-    Processors const processors = count_processors();
-    unsigned int count = asked;
-    if (count == 0 && processors.cores < processors.logical)
-        count = processors.cores - 1;
-    else if (count == 0) {
-        count = 3 * processors.logical / 4;
-        if (count != 0) --count;
-    }
-    return std::max(1u, std::min(count, processors.logical - 1));
 }
 
 // These fibres are numbered by the task records, and get their context when they are first used.
@@ -124,7 +111,7 @@ unsigned int initialize(
     made->manager = manager;
     made->running = true;
     this_thread().thread_id = main_thread;
-    made->worker_count = choose_worker_count(worker_threads);
+    made->worker_count = choose_worker_count(worker_threads, count_processors());
     made->free = make_array<FreeLists>(made->free_list_count());
     make_records_in_advance(*made, pre_created);
     made->queues = make_array<TaskQueue>(made->queue_count());

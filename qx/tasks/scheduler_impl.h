@@ -9,6 +9,7 @@
 #include "qx/tasks/scheduler.h"
 #include "qx/tasks/thread.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -195,10 +196,11 @@ struct TaskQueue {
     Out out;
     In in;
 
-    // Without a lock: what was so a moment ago.
+    // Without a lock: what was so a moment ago. `in` first, so that a chain that moves over
+    // meanwhile is seen on one side or the other.
     bool looks_empty() const {
-        return __atomic_load_n(&out.first, __ATOMIC_RELAXED) == nullptr &&
-               __atomic_load_n(&in.first, __ATOMIC_RELAXED) == nullptr;
+        return __atomic_load_n(&in.first, __ATOMIC_ACQUIRE) == nullptr &&
+               __atomic_load_n(&out.first, __ATOMIC_RELAXED) == nullptr;
     }
 
     void push_back(Task* first, Task* last) {
@@ -242,16 +244,15 @@ private:
     // The first task, moved to `out`. With that lock.
     Task* peek() {
         if (out.first == nullptr && __atomic_load_n(&in.first, __ATOMIC_RELAXED) != nullptr)
-            set_first(take_in());
+            move_over();
         return out.first;
     }
 
-    Task* take_in() {
+    void move_over() {
         in.lock.acquire();
-        Task* const chain = in.first;
-        __atomic_store_n(&in.first, static_cast<Task*>(nullptr), __ATOMIC_RELAXED);
+        set_first(in.first);
+        __atomic_store_n(&in.first, static_cast<Task*>(nullptr), __ATOMIC_RELEASE);
         in.lock.release();
-        return chain;
     }
 
     void unlink(Task* task) {
@@ -394,5 +395,16 @@ struct Processors {
     unsigned int cores;
 };
 Processors count_processors();
+
+inline unsigned int choose_worker_count(unsigned int asked, Processors const& processors) {
+    unsigned int count = asked;
+    if (count == 0 && processors.cores < processors.logical)
+        count = processors.cores - 1;
+    else if (count == 0) {
+        count = 3 * processors.logical / 4;
+        if (count != 0) --count;
+    }
+    return std::max(1u, std::min(count, processors.logical - 1));
+}
 
 }  // namespace task::detail

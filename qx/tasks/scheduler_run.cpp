@@ -83,13 +83,11 @@ void give_free(Node* node) {
     push_list(list_in<Node>(scheduler->free[own_free_list()]), node);
 }
 
-// Keeps a record at hand for the next task of this thread. Only within SpareRecords.
+// Keeps a record at hand for the next task of this thread: the one freed last, as the spare is the
+// head of the thread's list. Only within SpareRecords.
 template <typename Node>
 QX_ALWAYS_INLINE void keep_spare(Node*& spare, Node* node) {
-    if (spare == nullptr)
-        spare = node;
-    else
-        give_free(node);
+    if (Node* const older = std::exchange(spare, node)) give_free(older);
 }
 
 template <typename Node>

@@ -34,9 +34,10 @@ inline ThreadMask pinned_to(unsigned int worker) {
 // The processor seen as having `count` logical processors, each a core.
 class Processors {
 public:
-    explicit Processors(unsigned int count) : query_("GetProcessAffinityMask", answer) {
+    explicit Processors(unsigned int count)
+        : query_("GetProcessAffinityMask", answer), binding_("SetThreadAffinityMask", refuse) {
         mask() = count >= 64 ? ~0ull : (1ull << count) - 1;
-        EXPECT_TRUE(query_.found());
+        EXPECT_TRUE(query_.found() && binding_.found());
     }
 
 private:
@@ -48,8 +49,11 @@ private:
         *process = *system = mask();
         return TRUE;
     }
+    // Those that can't be bound to count as cores, whatever the machine has.
+    static DWORD_PTR WINAPI refuse(HANDLE, DWORD_PTR) { return 0; }
 
     StandIn query_;
+    StandIn binding_;
 };
 
 // The library initialised with exactly `workers`, and ended with the case.

@@ -1,4 +1,5 @@
 // Routing, order, waiting and waking, one rule a case.
+#include "qx/tasks/scheduler_impl.h"
 #include "tests/tasks/scheduler_fixture.h"
 
 #include <set>
@@ -23,6 +24,19 @@ TEST(Scheduler, takes_as_many_workers_as_the_processors_bear) {
         EXPECT_FALSE(task::query::is_initialized());
     }
     task::terminate();
+}
+
+// Without hyper-threading three quarters of the processors less 1; with it the cores less 1.
+TEST(Scheduler, leaves_processors_to_others_by_their_cores) {
+    struct {
+        unsigned int logical, cores, asked, given;
+    } const rows[] = {{1, 1, 0, 1}, {4, 4, 0, 2},  {8, 8, 0, 5}, {8, 4, 0, 3},
+                      {2, 1, 0, 1}, {12, 8, 0, 7}, {6, 5, 0, 4}, {16, 4, 0, 3},
+                      {8, 4, 7, 7}, {8, 4, 99, 7}, {1, 1, 9, 1}};
+    for (auto const& row : rows) {
+        EXPECT_EQ(task::detail::choose_worker_count(row.asked, {row.logical, row.cores}), row.given)
+            << row.logical << " on " << row.cores;
+    }
 }
 
 // A case spawns while all workers stand at gates; then the log tells who was popped when.
@@ -225,6 +239,26 @@ TEST(Counter, puts_the_task_that_waited_before_fresh_work) {
     });
     await([&] { return log.size() == 4; });
     EXPECT_EQ(log.text(), ".wab");
+}
+
+// The last that came is put at the head first; and fibres serve again from the last that was freed.
+TEST(Counter, lets_tasks_go_on_in_the_order_in_which_they_came) {
+    Library const library(1);
+    std::vector<unsigned int> ids;
+    for (int round = 0; round < 2; ++round) {
+        task::Counter gate(1);
+        for (int i = 0; i < 3; ++i) {
+            task::spawn(fiberful, main_thread, normal, [&] {
+                ids.push_back(task::this_task::id() & 0xFF);
+                gate.wait();
+                ids.push_back(task::this_task::id() & 0xFF);
+            });
+        }
+        task::run_main_thread_tasks();
+        gate.internal_decrement();
+        task::run_main_thread_tasks();
+    }
+    EXPECT_EQ(ids, (std::vector<unsigned int>{0, 1, 2, 0, 1, 2, 2, 1, 0, 2, 1, 0}));
 }
 
 TEST(ThisTask, keeps_its_id_and_yields_to_the_tail) {
