@@ -4,7 +4,6 @@
 
 #include "qx/base/windows.h"
 
-#include <cstring>
 #include <string>
 
 #include "tests/files/late_completion.h"
@@ -32,14 +31,13 @@ struct alignas(4096) Memory {
 struct Seen {
     AsyncIn* in = nullptr;
     unsigned int calls = 0;
-    QX::FileErrorCodes status = QX::FILE_UNKNOWN_ERROR;
     DWORD thread = 0;
 };
 
 void note(AsyncIn& in, void* user) {
     auto& seen = *static_cast<Seen*>(user);
     seen.in = &in;
-    seen.status = in.status();
+    EXPECT_EQ(in.status(), QX::FILE_OK);
     seen.thread = GetCurrentThreadId();
     ++seen.calls;
 }
@@ -92,7 +90,6 @@ TEST(AsyncIn, a_read_completes_on_its_own_thread_in_an_alertable_wait_only) {
     EXPECT_EQ(SleepEx(INFINITE, TRUE), static_cast<DWORD>(WAIT_IO_COMPLETION));
     EXPECT_EQ(seen.calls, 1u);
     EXPECT_EQ(seen.in, &file);
-    EXPECT_EQ(seen.status, QX::FILE_OK);
     EXPECT_EQ(seen.thread, GetCurrentThreadId());
     EXPECT_EQ(std::string(memory.bytes, 512), std::string(512, 'c'));
     EXPECT_EQ(memory.bytes[4096], 0);
@@ -111,73 +108,8 @@ TEST(AsyncIn, a_read_without_callback_returns_after_its_completion) {
     EXPECT_EQ(late.delivered, 1u);
     EXPECT_EQ(file.status(), QX::FILE_OK);
     EXPECT_EQ(std::string(memory.bytes, 4096), sectors());
-}
-
-TEST(AsyncIn, a_read_past_the_end_tells_through_the_status) {
-    test::TempFolder folder;
-    AsyncIn file(folder.write("a", sectors()).c_str());
-    Memory memory;
     file.read(memory.bytes, 8192, 512, nullptr, nullptr);
     EXPECT_EQ(file.status(), QX::FILE_END_OF_FILE);
-}
-
-TEST(AsyncIn, close_runs_the_completion_of_a_read_in_flight_first) {
-    test::TempFolder folder;
-    std::string const path = folder.write("a", sectors());
-    Memory memory;
-    for (bool const by_destructor : {false, true}) {
-        test::LateCompletion const late(30);
-        Seen seen;
-        {
-            AsyncIn file(path.c_str());
-            ASSERT_TRUE(file.read(memory.bytes, 0, 512, note, &seen));
-            EXPECT_FALSE(file.read(memory.bytes, 512, 512, note, nullptr));
-            if (!by_destructor) {
-                EXPECT_TRUE(file.close());
-                EXPECT_EQ(file.status(), QX::FILE_OK);
-            }
-        }
-        EXPECT_EQ(seen.calls, 1u);
-        EXPECT_EQ(late.begun, 1u);
-        EXPECT_EQ(std::string(memory.bytes, 512), std::string(512, 'a'));
-    }
-}
-
-struct Chain {
-    char* to;
-    unsigned int next, reads;
-};
-
-void read_on(AsyncIn& in, void* user) {
-    auto& chain = *static_cast<Chain*>(user);
-    ++chain.reads;
-    if (chain.next == 4096) return;
-    unsigned int const at = chain.next;
-    chain.next += 512;
-    EXPECT_TRUE(in.read(chain.to + at, at, 512, read_on, user));
-}
-
-TEST(AsyncIn, a_callback_may_issue_the_next_read) {
-    test::TempFolder folder;
-    AsyncIn file(folder.write("a", sectors()).c_str());
-    Memory memory;
-    Chain chain{memory.bytes, 512, 0};
-    ASSERT_TRUE(file.read(memory.bytes, 0, 512, read_on, &chain));
-    while (file.status() == QX::FILE_PENDING) SleepEx(10, TRUE);
-    EXPECT_EQ(chain.reads, 8u);
-    EXPECT_EQ(std::string(memory.bytes, 4096), sectors());
-}
-
-void destroy(AsyncIn& in, void*) {
-    delete &in;
-}
-
-TEST(AsyncIn, a_callback_may_destroy_the_object) {
-    test::TempFolder folder;
-    auto const file = new AsyncIn(folder.write("a", sectors()).c_str());
-    Memory memory;
-    ASSERT_TRUE(file->read(memory.bytes, 0, 512, destroy, nullptr));
-    SleepEx(1000, TRUE);
 }
 
 BOOL WINAPI refuse(HANDLE, LPVOID, DWORD, LPOVERLAPPED, LPOVERLAPPED_COMPLETION_ROUTINE) {
@@ -190,22 +122,18 @@ TEST(AsyncIn, after_a_refused_read_further_reads_fail_but_closing_returns) {
     std::string const path = folder.write("a", sectors());
     AsyncIn file(path.c_str());
     Memory memory;
-    Seen seen;
     {
         test::StandIn const read("ReadFileEx", refuse);
         ASSERT_TRUE(read.found());
-        EXPECT_FALSE(file.read(memory.bytes, 1, 2, note, &seen));
-        EXPECT_EQ(file.status(), QX::FILE_INVALID_PARAMETER);
+        EXPECT_FALSE(file.read(memory.bytes, 1, 2, nullptr, nullptr));
     }
+    EXPECT_EQ(file.status(), QX::FILE_INVALID_PARAMETER);
     EXPECT_EQ(file.marker_, &file);
-    EXPECT_FALSE(file.read(memory.bytes, 0, 512, note, &seen));
+    EXPECT_FALSE(file.read(memory.bytes, 0, 512, nullptr, nullptr));
     EXPECT_TRUE(file.close());
     ASSERT_TRUE(file.open(path.c_str()));
     EXPECT_TRUE(file.read(memory.bytes, 0, 512, nullptr, nullptr));
     EXPECT_EQ(memory.bytes[0], 'a');
-    EXPECT_EQ(seen.calls, 0u);
-    test::StandIn const read("ReadFileEx", refuse);
-    EXPECT_FALSE(file.read(memory.bytes, 0, 512, nullptr, nullptr));
 }
 
 unsigned int hook_calls;
@@ -217,10 +145,8 @@ void note_open(wchar_t const*, void*) {
 TEST(AsyncIn, has_an_open_hook_of_its_own) {
     test::TempFolder folder;
     std::string const path = folder.write("a", "x");
-    hook_calls = 0;
     EXPECT_EQ(AsyncIn::hook_open(note_open, nullptr, nullptr), nullptr);
-    AsyncIn file;
-    EXPECT_TRUE(file.open(path.c_str()));
+    AsyncIn file(path.c_str());
     EXPECT_FALSE(file.open(folder.file("missing").c_str()));
     QX::FileIn const plain(path.c_str(), false);
     EXPECT_EQ(AsyncIn::hook_open(nullptr, nullptr, nullptr), note_open);
@@ -240,21 +166,11 @@ BOOL WINAPI tell_sector_size(
     return sector_size != 0;
 }
 
-// Leaves the process-wide sizes unasked, before and after.
-struct FreshAlignments {
-    FreshAlignments() { forget(); }
-    ~FreshAlignments() { forget(); }
-    static void forget() {
-        for (unsigned int& slot : AsyncInPlatform::alignments) slot = 0;
-    }
-};
-
 TEST(Alignment, is_asked_once_a_drive_and_both_cases_share_a_slot) {
-    FreshAlignments const fresh;
+    for (unsigned int& slot : AsyncInPlatform::alignments) slot = 0;
     test::StandIn const disk("GetDiskFreeSpaceA", tell_sector_size);
     ASSERT_TRUE(disk.found());
-    times_asked = 0;
-    sector_size = 0;
+    times_asked = sector_size = 0;
     EXPECT_EQ(AsyncInPlatform::alignment('q'), 0u);
     EXPECT_EQ(AsyncInPlatform::alignments[17], 0u);
     sector_size = 2048;
@@ -262,20 +178,16 @@ TEST(Alignment, is_asked_once_a_drive_and_both_cases_share_a_slot) {
     EXPECT_EQ(asked_root, "q:\\");
     sector_size = 4;
     EXPECT_EQ(AsyncInPlatform::alignment('Q'), 2048u);
-    EXPECT_EQ(times_asked, 2u);
-    EXPECT_EQ(AsyncInPlatform::alignment(0), 8u);
-    EXPECT_EQ(asked_root, "(current)");
-    for (char const other : {'1', ':', '@', '[', '`', '{', '\xE4'})
-        EXPECT_EQ(AsyncInPlatform::alignment(other), 0u);
-    EXPECT_EQ(times_asked, 3u);
-
     unsigned int position, size, memory;
-    EXPECT_TRUE(AsyncIn::aligns(position, size, memory, "q:\\x"));
-    EXPECT_TRUE(position == 2048 && size == 2048 && memory == 2048);
     EXPECT_TRUE(AsyncIn::aligns(position, size, memory, ""));
-    EXPECT_EQ(memory, 8u);
-    EXPECT_FALSE(AsyncIn::aligns(position, size, memory, '1'));
-    EXPECT_TRUE(position == 0 && size == 0 && memory == 0);
+    EXPECT_EQ(asked_root, "(current)");
+    EXPECT_TRUE(position == 8 && size == 8 && memory == 8);
+    EXPECT_TRUE(AsyncIn::aligns(position, size, memory, "q:\\x"));
+    EXPECT_EQ(memory, 2048u);
+    for (char const other : {'1', ':', '@', '[', '`', '{', '\xE4'})
+        EXPECT_FALSE(AsyncIn::aligns(position, size, memory, other));
+    EXPECT_EQ(memory, 0u);
+    EXPECT_EQ(times_asked, 3u);
 }
 
 TEST(DiskGeometry, falls_back_to_512_bytes) {

@@ -34,10 +34,6 @@ TEST(FileStatus, folds_every_raw_number_in_two_ways) {
         ASSERT_EQ(QX::status_of_error(raw), row.status) << raw;
         ASSERT_EQ(QX::status_of_open_error(raw), row.open_status) << raw;
     }
-    EXPECT_EQ(QX::status_of_error(~0u), QX::FILE_UNKNOWN_ERROR);
-}
-
-TEST(FileStatus, of_a_handle_knows_only_minus_one) {
     EXPECT_EQ(QX::file_status(INVALID_HANDLE_VALUE), QX::FILE_UNKNOWN_ERROR);
     EXPECT_EQ(QX::file_status(nullptr), QX::FILE_OK);
 }
