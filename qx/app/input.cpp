@@ -76,6 +76,7 @@ bool HARDWARE_CONTROLLER_STATE::is_key_up(KEY_TYPE key) const {
 }
 
 float mouse_wheel_cyclical_difference(float a, float b) {
+    if (a == b) return 0.0f;  // infinities too
     float const straight = a - b;
     float const round = 65535.0f - std::fabs(straight);
     if (std::fabs(straight) <= round) return straight;

@@ -27,6 +27,15 @@ void from_system(RECT const& rect, Rectangle& rectangle) {
     rectangle.bottom = rect.bottom;
 }
 
+// These go round: a place may be the system's "use the default", the smallest number.
+int sum(int a, int b) {
+    return static_cast<int>(static_cast<unsigned int>(a) + static_cast<unsigned int>(b));
+}
+
+int difference(int a, int b) {
+    return static_cast<int>(static_cast<unsigned int>(a) - static_cast<unsigned int>(b));
+}
+
 // Place and size of the whole window, as CreateWindowExW takes them.
 struct Placement {
     int x;
@@ -37,8 +46,8 @@ struct Placement {
 
 // A left of "use the default" leaves the width to the system, a top of it the height.
 Placement place_as_given(Rectangle const& rectangle) {
-    int const width = rectangle.right - rectangle.left;
-    int const height = rectangle.bottom - rectangle.top;
+    int const width = difference(rectangle.right, rectangle.left);
+    int const height = difference(rectangle.bottom, rectangle.top);
     return {
         rectangle.left,
         rectangle.top,
@@ -49,7 +58,8 @@ Placement place_as_given(Rectangle const& rectangle) {
 
 RECT nearest_work_area(Placement const& placement) {
     RECT const rect = {
-        placement.x, placement.y, placement.x + placement.width, placement.y + placement.height};
+        placement.x, placement.y, sum(placement.x, placement.width),
+        sum(placement.y, placement.height)};
     MONITORINFO info = {};
     info.cbSize = sizeof info;
     GetMonitorInfoW(MonitorFromRect(&rect, MONITOR_DEFAULTTONEAREST), &info);
@@ -60,7 +70,8 @@ Placement place_client(Rectangle const& rectangle, unsigned int style, bool menu
     RECT outer = to_system(rectangle);
     AdjustWindowRect(&outer, style, menu);
     Placement placement = {
-        rectangle.left, rectangle.top, outer.right - outer.left, outer.bottom - outer.top};
+        rectangle.left, rectangle.top, difference(outer.right, outer.left),
+        difference(outer.bottom, outer.top)};
 
     // Only the corner is tested, and the far edges count as inside.
     RECT const work = nearest_work_area(placement);

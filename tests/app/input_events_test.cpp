@@ -8,6 +8,7 @@
 
 #include <cfloat>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
@@ -291,13 +292,14 @@ TEST(Snapshots, message_keys_answer_without_the_focus) {
 }
 
 TEST(MouseWheel, difference_takes_the_shorter_way_round) {
+    constexpr float infinite = std::numeric_limits<float>::infinity();
     struct Row {
         float a, b, difference;
     };
     constexpr Row rows[] = {
         {5, 3, 2},          {3, 5, -2},        {10, 65530, 15},         {65530, 10, -15},
         {7, 7, 0},          {0, 65535, 0},     {32767.5f, 0, 32767.5f}, {0, 32767.5f, -32767.5f},
-        {32768, 0, -32767}, {0, 32768, 32767}, {32767, 0, 32767},
+        {32768, 0, -32767}, {0, 32768, 32767}, {32767, 0, 32767},       {infinite, infinite, 0},
     };
     for (Row const& row : rows)
         EXPECT_EQ(QX::mouse_wheel_cyclical_difference(row.a, row.b), row.difference) << row.a;

@@ -343,8 +343,13 @@ TEST_F(WindowCreation, corner_outside_the_work_area_goes_to_its_corner) {
         bool inside;
     };
     constexpr Row rows[] = {
-        {100, 40, true},  {900, 700, true},  {99, 40, false},      {901, 40, false},
-        {100, 39, false}, {100, 701, false}, {-5000, 9000, false},
+        {100, 40, true},
+        {900, 700, true},
+        {99, 40, false},
+        {901, 40, false},
+        {100, 39, false},
+        {100, 701, false},
+        {use_default, 9000, false},
     };
     for (Row const& row : rows) {
         Creation const made =
