@@ -2,7 +2,8 @@
 # The main job on real pictures, by one command from a bare Debian 12 machine:
 # pictures that ImageMagick brings, saved by it as TGA in every variant, are packed by qxpack, read
 # back by examples/pack_pictures under Wine, and compared pixel by pixel with ImageMagick's own
-# decoding. Writes build/demo/contact_sheet.tga and .png.
+# decoding. Writes build/demo/contact_sheet.tga and .png. Then examples/viewer shows some of them in
+# a window, and a screenshot (build/demo/screen.png) is searched for the decoder's pixels.
 #
 #   scripts/demo.sh                   the whole of it
 #   scripts/demo.sh --break pixel     the same with one decoded pixel changed: must fail
@@ -23,7 +24,7 @@ build=build/mingw
 echo "demo: building"
 [ -f $build/build.ninja ] || cmake --preset mingw >build/demo.configure.log 2>&1 ||
   fail "configuring: build/demo.configure.log"
-ninja -C $build --quiet qxpack pack_pictures || fail "building"
+ninja -C $build --quiet qxpack pack_pictures viewer || fail "building"
 
 work=build/demo
 pictures=$work/pictures
@@ -69,6 +70,7 @@ for source in rose logo wizard granite netscape; do
   save "$source-mapped-rle" "$scaled" BottomLeft "${mapped[@]}" "${runs[@]}"
 done
 save logo-large logo: TopLeft "${colour[@]}" "${plain[@]}"
+save logo-half logo: TopLeft -resize 60% "${colour[@]}" "${plain[@]}"
 save wizard-large wizard: BottomLeft "${colour[@]}" "${runs[@]}"
 
 . scripts/wine_session.sh
@@ -94,4 +96,18 @@ verdict=$(python3 scripts/compare_pictures.py $pictures $out) || fail "$verdict"
 
 cp $out/contact_sheet.tga $work/
 $magick $work/contact_sheet.tga -auto-orient $work/contact_sheet.png || fail "the contact sheet is no picture"
+echo "demo: showing pictures in a window for some seconds"
+shown=$work/shown
+mkdir -p $shown
+cp $pictures/logo-half.tga $pictures/rose-24-TopLeft.tga $pictures/wizard-large.tga $shown/
+$wine $build/bin/qxpack.exe create $work/shown.pack $shown >/dev/null || fail "packing"
+$wine $build/bin/viewer.exe $work/shown.pack --seconds 4 --screenshot $work/window.tga &
+viewer=$!
+sleep 2.5
+/usr/bin/import -window root $work/screen.png || fail "no screenshot"
+wait $viewer || fail "the viewer ended with $?"
+for shot in $work/screen.png $work/window.tga; do
+  place=$(python3 scripts/find_picture.py $shown/logo-half.tga $shot) || fail "$place"
+done
+
 echo "demo: $verdict; $work/contact_sheet.png shows them"
