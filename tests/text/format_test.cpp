@@ -332,6 +332,7 @@ TEST(Format, takes_one_block_for_64_characters_and_grows_append_by_append) {
     blocks = 0;
     String const narrow = String::format("%s %d %.2f %20x", "text", 5, 1.5f, 7u);
     UniString const wide = UniString::format(L"%s %d %.2f %p", "text", 5, 1.5f, "p" + 0);
+    EXPECT_EQ(blocks, 2u);
     String const grown = String::format("%60d%c%c%c%c%c", 1, 'a', 'b', 'c', 'd', 'e');
     String const leap = String::format("%d%s", 1, std::string(300, 'x').c_str());
     QX::allocation_hook = previous;
