@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
+#include <concepts>
+#include <limits>
 
 #include "qx/text/convert.h"
 
@@ -19,10 +20,10 @@ struct Row {
     T value;
 };
 
-template <typename T, typename Text, typename... Radix>
+template <typename T, typename Text, std::same_as<int>... Radix>
 void check(Text const& text, Row<T> const& row, Radix... radix) {
     T value = 77;
-    EXPECT_EQ(text.parse(value, radix...), row.ok) << row.text;
+    EXPECT_EQ(text.parse(value, static_cast<unsigned short>(radix)...), row.ok) << row.text;
     EXPECT_EQ(value, row.value) << row.text;
 }
 
@@ -32,39 +33,26 @@ UniString wide(char const* text) {
 
 TEST(Parse, reads_signed_numbers_as_told) {
     constexpr Row<int> rows[] = {
-        {"", true, 0},
-        {"-", true, 0},
-        {"-5", true, -5},
-        {"+5", false, 0},
-        {"12a", false, 12},
-        {"-12a", false, -12},
-        {" 1", false, 0},
-        {"1 ", false, 1},
-        {"--1", false, 0},
-        {"007", true, 7},
-        {"2147483648", true, int(0x80000000)},
-        {"4294967297", true, 1},
+        {"", true, 0},     {"-", true, 0},   {"-007", true, -7},
+        {"+5", false, 0},  {" 1", false, 0}, {"-12a", false, -12},
+        {"--1", false, 0}, {"1 ", false, 1}, {"2147483648", true, int(0x80000000)},
     };
     for (auto const& row : rows) {
         check(String(row.text), row);
         check(wide(row.text), row);
     }
     check(wide("-9223372036854775809"), Row<long long>{"wraps", true, 0x7FFFFFFFFFFFFFFF});
-    check(wide("-12x"), Row<long long>{"-12x", false, -12});
 }
 
 TEST(Parse, reads_unsigned_numbers_as_told) {
     constexpr Row<unsigned int> rows[] = {
-        {"", true, 0},           {"-5", false, 0}, {"4294967295", true, 0xFFFFFFFF},
-        {"4294967296", true, 0}, {"9.", false, 9},
-    };
+        {"", true, 0}, {"-5", false, 0}, {"9.", false, 9}, {"4294967297", true, 1}};
     for (auto const& row : rows) {
         check(String(row.text), row);
         check(wide(row.text), row);
     }
-    Row<unsigned long long> const longest{"18446744073709551616", true, 0};
-    check(String(longest.text), longest);
-    check(wide(longest.text), longest);
+    check(String("18446744073709551617"), Row<unsigned long long>{"wraps", true, 1});
+    check(wide("18446744073709551617"), Row<unsigned long long>{"wraps", true, 1});
 }
 
 TEST(Parse, measures_by_length_and_not_by_the_terminator) {
@@ -74,21 +62,21 @@ TEST(Parse, measures_by_length_and_not_by_the_terminator) {
 
 TEST(Parse, lets_capitals_through_further_than_small_letters) {
     constexpr Row<unsigned int> rows[] = {
-        {"", true, 0},   {"FF", true, 255}, {"ff", true, 255},    {"G", true, 16},
-        {"_", true, 40}, {"`", false, 0},   {"g", false, 0},      {"1g", false, 16},
-        {"@", false, 0}, {"-1", false, 0},  {"1\xE9", false, 16}, {"123456789", true, 0x23456789},
+        {"", true, 0},    {"FF", true, 255},    {"ff", true, 255}, {"G", true, 16},
+        {"_", true, 40},  {"`", false, 0},      {"@", false, 0},   {"1g", false, 16},
+        {"-1", false, 0}, {"1\xE9", false, 16},
     };
-    for (auto const& row : rows) check(String(row.text), row, static_cast<unsigned short>(16));
-    check(wide("1_g"), Row<unsigned int>{"1_g", false, 0x380}, static_cast<unsigned short>(16));
-    check(String("9"), Row<unsigned int>{"9", true, 9}, static_cast<unsigned short>(2));
+    for (auto const& row : rows) check(String(row.text), row, 16);
+    check(wide("1_g"), Row<unsigned int>{"1_g", false, 0x380}, 16);
+    check(String("9"), Row<unsigned int>{"9", true, 9}, 2);
 }
 
 TEST(Parse, wraps_in_the_width_of_the_value) {
-    auto const radix = static_cast<unsigned short>(16);
-    check(String("1FF"), Row<unsigned char>{"1FF", true, 0xFF}, radix);
-    check(String("12345"), Row<unsigned short>{"12345", true, 0x2345}, radix);
-    check(
-        String("123456789ABCDEF01"), Row<unsigned long long>{"", true, 0x23456789ABCDEF01}, radix);
+    String const text("123456789ABCDEF01");
+    check(text, Row<unsigned char>{"8 bits", true, 0x01}, 16);
+    check(text, Row<unsigned short>{"16 bits", true, 0xEF01}, 16);
+    check(text, Row<unsigned int>{"32 bits", true, 0xABCDEF01}, 16);
+    check(text, Row<unsigned long long>{"64 bits", true, 0x23456789ABCDEF01}, 16);
 }
 
 TEST(Parse, narrow_floats_need_a_point_and_know_no_exponent) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "tests/harness/failing_allocation.h"
 #include "tests/harness/guarded.h"
@@ -46,20 +47,14 @@ TEST(String, shares_one_terminator_between_the_library_and_its_clients) {
 }
 
 TEST(String, offers_npos_as_a_thing_that_references_can_be_bound_to) {
-    unsigned int const& bound = String::npos;
-    EXPECT_EQ(std::min(bound, UniString::npos), 0xFFFFFFFFu);
+    EXPECT_EQ(std::min(String::npos, UniString::npos), 0xFFFFFFFFu);
     EXPECT_EQ(String::max_length(), 0xFFFFFFFEu);
-    EXPECT_EQ(QX::CHAR_TRAITS<wchar_t>::eof(), -1);
 }
 
 TEST(String, takes_numbers_as_room_and_characters_as_text) {
-    EXPECT_EQ(String(10).capacity(), 10u);
-    EXPECT_EQ(UniString(10u).capacity(), 10u);
-    EXPECT_TRUE(String(10).empty());
-    EXPECT_TRUE(UniString(10).empty());
-    EXPECT_EQ(String('a'), "a");
-    EXPECT_EQ(UniString(L'a'), L"a");
-    EXPECT_EQ(String(3, 'x'), "xxx");
+    EXPECT_EQ(String(10).capacity() + UniString(10u).capacity(), 20u);
+    EXPECT_EQ(String(10) + String('a') + String(3, 'x') + String("abcd", 2), "axxxab");
+    EXPECT_EQ(UniString(10) + UniString(L'a') + UniString(3, L'x'), L"axxx");
     EXPECT_EQ(String(String("abcd"), 1, 2), "bc");
     EXPECT_EQ(String("a\0b", 3).length(), 3u);
 }
@@ -75,7 +70,6 @@ TEST(String, reads_past_the_end_of_a_constant_give_the_terminator) {
 
 TEST(String, position_beyond_the_length_wraps_where_nothing_clamps) {
     String const text("abcdef");
-    String const part = text.substr(0, 2);
     char read[3];
     EXPECT_EQ(text.copy(read, 9, 4), 2u);
     // Behind a length of 2 in a block of 6: the count is not cut.
@@ -96,22 +90,11 @@ TEST(String, moving_assignment_gives_the_source_the_old_contents) {
     EXPECT_EQ(source.c_str(), block);
 }
 
-template <typename Text, typename CharT>
-void expect_assignments_give(CharT const* text, CharT value) {
-    Text source(text);
-    Text target;
-    Text* const results[] = {
-        &(target = text), &(target = value), &(target = source),
-        &(target = static_cast<QX::BASIC_STRING<CharT> const&>(source)),
-        &(target = static_cast<QX::BASIC_STRING<CharT>&&>(source))};
-    for (Text* result : results) EXPECT_EQ(result, &target);
-    EXPECT_EQ(target, Text(text));
-}
+template <typename Text, typename... Sources>
+constexpr bool gives_itself = (std::is_same_v<decltype(Text() = Sources()), Text&> && ...);
 
-TEST(String, assignments_give_the_string_under_its_own_type) {
-    expect_assignments_give<String>("text", 'c');
-    expect_assignments_give<UniString>(L"text", L'c');
-}
+static_assert(gives_itself<String, char const*, char, QX::BASIC_STRING<char>, String>);
+static_assert(gives_itself<UniString, wchar_t const*, wchar_t, QX::BASIC_STRING<wchar_t>>);
 
 // Growth must not free what may still be read: a holder keeps the old block until it dies.
 TEST(String, growth_hands_the_old_block_to_a_holder) {
@@ -143,26 +126,21 @@ TEST(String, the_allocation_hook_sees_every_block_of_the_long_way) {
     UniString const w(L"abc");
     a.reserve(100);
     EXPECT_EQ(blocks_of([&] { String copy(a); }), "1/1");
-    EXPECT_EQ(blocks_of([&] { String copy = String(); }), "0/0");
     EXPECT_EQ(blocks_of([&] { a += b; }), "0/0");
     EXPECT_EQ(blocks_of([&] { a += "literal"; }), "1/1");
     EXPECT_EQ(blocks_of([&] { String sum = b + b; }), "2/2");
     EXPECT_EQ(blocks_of([&] { UniString sum = w + L"x"; }), "2/2");
     EXPECT_EQ(blocks_of([&] { a.find("needle"); }), "1/1");
-    EXPECT_EQ(blocks_of([&] { a = "shorter"; }), "0/0");
 }
 
 // Each row changes a string of capacity 5 in a way that takes a block.
 TEST(String, failed_allocation_leaves_the_target_as_it_was) {
     String const longer("a longer text");
     std::function<void(String&)> const operations[] = {
-        [&](String& s) { s = longer; },           [&](String& s) { s = "a longer text"; },
-        [&](String& s) { s += longer; },          [&](String& s) { s += s; },
-        [&](String& s) { s += "a longer text"; }, [&](String& s) { s += 'x'; },
-        [&](String& s) { s.append(longer); },     [&](String& s) { s.append("longer", 6); },
-        [&](String& s) { s.reserve(6); },         [&](String& s) { s.resize(6, 'x'); },
-        [&](String& s) { s = s + longer; },       [&](String& s) { s = s.substr(1, 2); },
-        [&](String& s) { s = String(longer); },
+        [&](String& s) { s = longer; },     [&](String& s) { s += longer.c_str(); },
+        [&](String& s) { s += s; },         [&](String& s) { s += 'x'; },
+        [&](String& s) { s.reserve(6); },   [&](String& s) { s.resize(6, 'x'); },
+        [&](String& s) { s = s + longer; }, [&](String& s) { s = s.substr(1, 2); },
     };
     for (auto const& operation : operations) {
         for (unsigned int nth = 1;; ++nth) {
@@ -186,13 +164,11 @@ TEST(String, failed_allocation_leaves_the_target_as_it_was) {
 TEST(String, compares_bytes_as_signed_and_wide_units_as_unsigned) {
     EXPECT_LT(String("\xE9").compare("a"), 0);
     EXPECT_GT(UniString(L"\xE9").compare(UniString(L"a")), 0);
-    EXPECT_GT(UniString(L"\xFFFF").compare(UniString(L"a")), 0);
     EXPECT_LT(String("a").compare("ab"), 0);
     EXPECT_EQ(String("xaby").compare(1, 2, "ab"), 0);
     EXPECT_EQ(String("xab").compare(1, 99, "abc", 2), 0);
     EXPECT_TRUE(String("\x80") < String("") + "0");
-    EXPECT_TRUE(UniString(L"b") >= UniString(L"a"));
-    EXPECT_FALSE(UniString(L"a") > UniString(L"a"));
+    EXPECT_TRUE(UniString(L"b") >= UniString(L"a") && !(UniString(L"a") > UniString(L"a")));
     EXPECT_TRUE(String("a") != "b" && String("a") <= String("a"));
 }
 
@@ -209,10 +185,8 @@ TEST(String, rfind_takes_its_position_as_an_exclusive_bound) {
     String const text("aa");
     EXPECT_EQ(text.rfind('a', 0), String::npos);
     EXPECT_EQ(text.rfind('a', 1), 0u);
-    EXPECT_EQ(text.rfind('a', 2), 1u);
     EXPECT_EQ(text.rfind('a'), 1u);
     EXPECT_EQ(text.rfind("aa", 1), String::npos);
-    EXPECT_EQ(text.rfind("a", 1), 0u);
     EXPECT_EQ(text.rfind("", 1), 1u);
     EXPECT_EQ(text.rfind(""), 2u);
 }
@@ -221,25 +195,18 @@ TEST(String, find_gives_an_empty_needle_no_place_at_the_end) {
     EXPECT_EQ(String("ab").find("", 1), 1u);
     EXPECT_EQ(String("ab").find("", 2), String::npos);
     EXPECT_EQ(String().find(""), String::npos);
-    EXPECT_EQ(String("ab").find('b', 100), String::npos);
-    EXPECT_EQ(String("ab").find("abc"), String::npos);
 }
 
-// A string over borrowed memory that ends at a guard page. Without capacity it frees nothing.
-template <typename Text, typename Unit>
-void borrow(Text& text, test::Guarded const& memory) {
-    text.storage_ = reinterpret_cast<Unit*>(memory.data());
-    text.length_ = static_cast<unsigned int>(memory.size() / sizeof(Unit));
-}
-
-// The terminator too lies behind the page's edge: a search must not touch even that.
+// The string's memory is borrowed and ends at a guard page, its terminator behind it: a search must
+// not touch even that. Without capacity it frees nothing.
 template <typename Text, typename Unit>
 void search_like_the_model(unsigned int length, test::Random& random) {
     std::basic_string<Unit> model;
     for (unsigned int i = 0; i < length; ++i) model += static_cast<Unit>('a' + random.below(3));
     test::Guarded const memory(model.data(), model.size() * sizeof(Unit));
     Text text;
-    borrow<Text, Unit>(text, memory);
+    text.storage_ = reinterpret_cast<Unit*>(memory.data());
+    text.length_ = length;
     for (unsigned int round = 0; round < 12; ++round) {
         unsigned int const pos = random.below(length + 2);
         unsigned int const from = random.below(length + 1);
