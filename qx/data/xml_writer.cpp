@@ -211,15 +211,21 @@ constexpr std::array<bool, 256> make_plain() {
     return plain;
 }
 
-bool is_blank(char c) {
+bool is_blank(wchar_t c) {
     return c == '\t' || c == '\n' || c == '\r' || c == ' ';
 }
 
-// Nothing but white space up to the terminator: so is then the escaped text.
-bool is_blank_text(String const& text) {
-    char const* at = text.c_str();
+template <typename Char>
+Char const* skip_blanks(Char const* at) {
     while (is_blank(*at)) ++at;
-    return !*at;
+    return at;
+}
+
+// Whether nothing but white space is left once the text is escaped. Bytes above ASCII count as they
+// are decoded: one that the terminator cuts short gives nothing.
+bool is_blank_text(String const& text) {
+    char const* const at = skip_blanks(text.c_str());
+    return *at < 0 ? !*skip_blanks(must_fix_string_widen(String(at)).c_str()) : !*at;
 }
 
 template <typename Style, typename Sink>

@@ -31,6 +31,9 @@ constexpr Row rows[] = {
     {"<?p?></?p?>", false, false, "<?p?? />"},
     {"<?p a='1'>x</p><q/>", false, false, "<?p a = '1'?>x<q />"},
     {"<a><b>x</b>  <c/></a>t<d/>", true, false, "<a>\n<b>\n\tx\n</b>\n<c /></a>t<d />"},
+    // Decoded: a sequence cut short is nothing, an overlong blank is a blank, U+0120 is neither.
+    {"<a>\xE9</a><b> \xC0\xA0</b><c>\xC4\xA0</c>", true, false,
+     "<a></a><b></b><c>\n&#x0120;</c>"},
     {"<a><b> &lt; </b></a>", true, true, "<?xml?>\n<a>\n\t<b>\n\t\t &lt; \n\t</b>\n</a>"},
 };
 // clang-format on
