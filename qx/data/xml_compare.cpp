@@ -231,13 +231,14 @@ bool XML_TAG<equality>::operator==(XML_TAG const& other) const {
 }
 
 void xml_sort_no_epilog(XML& xml, String const& attribute) {
-    TagOrder order(attribute);
     auto const listed = list_tree<XML::Tag>(xml);
     for (XML::Tag* const tag : listed) {
         std::sort(
             tag->attributes.data(), tag->attributes.data() + tag->attributes.size(),
             [](XML_ATTRIBUTE const& a, XML_ATTRIBUTE const& b) { return compare(a, b) < 0; });
     }
+    // A name that stands in the tree is taken as the sorted attributes have left it.
+    TagOrder order(attribute);
     for (std::size_t i = listed.size(); i-- != 0;) sort_children(*listed[i], order);
 }
 
