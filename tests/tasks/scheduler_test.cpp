@@ -146,6 +146,25 @@ TEST(Scheduler, runs_what_unknown_threads_spawn_for_workers_on_the_main_thread_t
     EXPECT_EQ(runner, GetCurrentThreadId());
 }
 
+// What an unknown thread steals from one queue after the other tells what each had been given.
+TEST(Scheduler, deals_what_the_main_thread_spawns_for_workers_out_by_turns) {
+    Library const library(3);
+    Log log;
+    Gate first(0);
+    Gate second(1);
+    Gate third(2);
+    task::Counter left(6);
+    for (char name = 'a'; name <= 'f'; ++name) {
+        task::spawn(fiberless, worker_threads, normal, [&log, &left, name] {
+            log.add(name);
+            left.internal_decrement();
+        });
+    }
+    std::thread([&] { left.wait(); }).join();
+    std::string const order = log.text();
+    for (int i = 0; i < 6; i += 2) EXPECT_EQ(order[i + 1], order[i] + 3) << order;
+}
+
 // An unknown thread that waits helps with shared work, and steals from every worker's queue.
 TEST(Scheduler, lets_unknown_threads_help_from_every_workers_queue) {
     Library const library(3);
