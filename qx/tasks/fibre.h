@@ -12,8 +12,9 @@
 // A context is a stack pointer: valid for one switch, after which the suspended side has a new one.
 // What a switch keeps: the registers that the calling convention preserves, the fields of the
 // thread block that describe the stack, the thread's exception list and, where asked for, xmm6 to
-// xmm15 and the two floating-point control words. Thread-local storage, locks and the count of
-// exceptions being handled belong to the thread and are not switched.
+// xmm15 and the two floating-point control words. The exception flags of MXCSR, which no call has
+// to preserve, may go over. Thread-local storage, locks and the count of exceptions being handled
+// belong to the thread and are not switched.
 //
 // Threads: a suspended fibre may be resumed by any thread, by one at a time.
 #pragma once

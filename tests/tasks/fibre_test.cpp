@@ -5,7 +5,6 @@
 #include "qx/tasks/fibre_impl.h"
 
 #include <gtest/gtest.h>
-#include <immintrin.h>
 
 #include <cfenv>
 #include <cstdint>
@@ -260,25 +259,6 @@ TEST(Fibre, keeps_the_control_words_of_both_sides) {
     EXPECT_EQ(fibre.seen[0], plain);
     EXPECT_NE(fibre.seen[1], plain);
     EXPECT_EQ(fibre.seen[2], fibre.seen[1]);
-}
-
-TEST(Fibre, keeps_the_exception_flags_of_both_sides) {
-    unsigned int const before = _mm_getcsr();
-    _mm_setcsr(before & ~0x3Fu);
-    TestFibre fibre([](TestFibre& self) {
-        self.seen[0] = _mm_getcsr();
-        _mm_setcsr(_mm_getcsr() | 0x20);
-        self.leave();
-        self.seen[1] = _mm_getcsr();
-    });
-    fibre.enter();
-    EXPECT_EQ(_mm_getcsr(), before & ~0x3Fu);
-    _mm_setcsr(_mm_getcsr() | 0x04);
-    fibre.enter();
-    EXPECT_EQ(_mm_getcsr(), (before & ~0x3Fu) | 0x04);
-    EXPECT_EQ(fibre.seen[0], before & ~0x3Fu);
-    EXPECT_EQ(fibre.seen[1], (before & ~0x3Fu) | 0x20);
-    _mm_setcsr(before);
 }
 
 TEST(Fibre, without_floating_point_carries_the_control_words_over) {
