@@ -113,15 +113,17 @@ TEST(Scheduler, pinned_first_task_keeps_thieves_from_a_queue) {
     Library const library(2);
     Log log;
     Gate thief(1);
+    std::atomic<bool> filled = false;
     std::atomic<bool> go = false;
     task::spawn(fiberless, pinned_to(0), normal, [&] {
         for (char name : {'a', 'b'})
             task::spawn(fiberless, worker_threads, normal, [&log, name] { log.add(name); });
         task::spawn(fiberless, pinned_to(0), normal, [&log] { log.add('P'); });
         task::spawn(fiberless, worker_threads, normal, [&log] { log.add('c'); });
-        while (!go) Sleep(0);
+        for (filled = true; !go;) Sleep(0);
         log.add('.');
     });
+    await([&] { return filled.load(); });  // a thief that sleeps is not woken by these pushes
     thief.open();
     await([&] { return log.size() == 2; });
     Sleep(30);
@@ -508,13 +510,23 @@ void WINAPI count_broadcast(CONDITION_VARIABLE* condition) {
     WakeAllConditionVariable(condition);
 }
 
+std::atomic<int> asleep;
+BOOL WINAPI
+count_sleeper(CONDITION_VARIABLE* condition, SRWLOCK* lock, DWORD timeout, unsigned long flags) {
+    ++asleep;
+    BOOL const woken = SleepConditionVariableSRW(condition, lock, timeout, flags);
+    --asleep;
+    return woken;
+}
+
 TEST(Waking, spares_a_lone_push_to_the_pushers_own_queue) {
     StandIn const counted("WakeAllConditionVariable", count_broadcast);
-    ASSERT_TRUE(counted.found());
+    StandIn const sleepers("SleepConditionVariableSRW", count_sleeper);
+    ASSERT_TRUE(counted.found() && sleepers.found());
     Library const library(2);
     std::atomic<int> ran = 0;
     auto const broadcasts_of = [&](auto push, int tasks) {
-        Sleep(50);  // the workers sleep
+        await([] { return asleep == 2; });
         int const before = broadcasts;
         int const target = ran + tasks;
         push();
