@@ -79,24 +79,13 @@ bool pump_until(std::function<bool()> const& done, unsigned int ms) {
     }
 }
 
-void send_key(unsigned short scan_code, bool down, unsigned short virtual_key) {
+void send_key(unsigned short scan_code, bool down) {
     INPUT input = {};
     input.type = INPUT_KEYBOARD;
     input.ki.wScan = scan_code & 0xFF;
-    input.ki.wVk = virtual_key;
-    if (!virtual_key) input.ki.dwFlags |= KEYEVENTF_SCANCODE;
+    input.ki.dwFlags = KEYEVENTF_SCANCODE;
     if (scan_code & 0x100) input.ki.dwFlags |= KEYEVENTF_EXTENDEDKEY;
     if (!down) input.ki.dwFlags |= KEYEVENTF_KEYUP;
-    SendInput(1, &input, sizeof input);
-}
-
-void send_mouse(unsigned long flags, int x, int y, int data) {
-    INPUT input = {};
-    input.type = INPUT_MOUSE;
-    input.mi.dx = x;
-    input.mi.dy = y;
-    input.mi.mouseData = static_cast<DWORD>(data);
-    input.mi.dwFlags = flags;
     SendInput(1, &input, sizeof input);
 }
 

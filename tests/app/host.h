@@ -88,10 +88,8 @@ public:
 // Runs the library's pump for at most `ms` or until `done`; whether it was done.
 bool pump_until(std::function<bool()> const& done, unsigned int ms = 3000);
 
-// One synthetic key by scan code (and by virtual key, where its message counts), or one mouse
-// action.
-void send_key(unsigned short scan_code, bool down, unsigned short virtual_key = 0);
-void send_mouse(unsigned long flags, int x = 0, int y = 0, int data = 0);
+// One synthetic key by scan code.
+void send_key(unsigned short scan_code, bool down);
 
 // A list that a case may fill without leaving a block behind.
 template <typename T>

@@ -203,35 +203,27 @@ TEST_F(ScriptedDevices, every_scan_code_holds_the_key_of_its_name) {
         char const* name;
         unsigned char code;
     };
-#define SAME(name)                                                                                 \
-    { #name, DIK_##name }
     // clang-format off
+#define K(name) {#name, DIK_##name},
     constexpr Row rows[] = {
-        SAME(ESCAPE), SAME(1), SAME(2), SAME(3), SAME(4), SAME(5), SAME(6), SAME(7), SAME(8),
-        SAME(9), SAME(0), SAME(MINUS), SAME(EQUALS), SAME(BACK), SAME(TAB), SAME(Q), SAME(W),
-        SAME(E), SAME(R), SAME(T), SAME(Y), SAME(U), SAME(I), SAME(O), SAME(P), SAME(LBRACKET),
-        SAME(RBRACKET), SAME(RETURN), SAME(LCONTROL), SAME(A), SAME(S), SAME(D), SAME(F), SAME(G),
-        SAME(H), SAME(J), SAME(K), SAME(L), SAME(SEMICOLON), SAME(APOSTROPHE), SAME(GRAVE),
-        SAME(LSHIFT), SAME(BACKSLASH), SAME(Z), SAME(X), SAME(C), SAME(V), SAME(B), SAME(N),
-        SAME(M), SAME(COMMA), SAME(PERIOD), SAME(SLASH), SAME(RSHIFT), SAME(MULTIPLY),
-        {"LALT", DIK_LMENU}, SAME(SPACE), SAME(CAPITAL), SAME(F1), SAME(F2), SAME(F3), SAME(F4),
-        SAME(F5), SAME(F6), SAME(F7), SAME(F8), SAME(F9), SAME(F10), SAME(NUMLOCK), SAME(SCROLL),
-        SAME(NUMPAD7), SAME(NUMPAD8), SAME(NUMPAD9), SAME(SUBTRACT), SAME(NUMPAD4), SAME(NUMPAD5),
-        SAME(NUMPAD6), SAME(ADD), SAME(NUMPAD1), SAME(NUMPAD2), SAME(NUMPAD3), SAME(NUMPAD0),
-        SAME(DECIMAL), SAME(OEM_102), SAME(F11), SAME(F12), SAME(F13), SAME(F14), SAME(F15),
-        SAME(KANA), SAME(ABNT_C1), SAME(CONVERT), SAME(NOCONVERT), SAME(YEN), SAME(ABNT_C2),
-        SAME(NUMPADEQUALS), {"PREVTRACK", DIK_CIRCUMFLEX}, SAME(AT), SAME(COLON), SAME(UNDERLINE),
-        SAME(KANJI), SAME(STOP), SAME(AX), SAME(NEXTTRACK), SAME(NUMPADENTER), SAME(RCONTROL),
-        SAME(MUTE), SAME(CALCULATOR), SAME(PLAYPAUSE), SAME(MEDIASTOP), SAME(VOLUMEDOWN),
-        SAME(VOLUMEUP), SAME(WEBHOME), SAME(NUMPADCOMMA), SAME(DIVIDE), SAME(SYSRQ),
-        {"RALT", DIK_RMENU}, SAME(PAUSE), SAME(HOME), SAME(UP), {"PAGE_UP", DIK_PRIOR}, SAME(LEFT),
-        SAME(RIGHT), SAME(END), SAME(DOWN), {"PAGE_DOWN", DIK_NEXT}, SAME(INSERT), SAME(DELETE),
-        SAME(LWIN), SAME(RWIN), SAME(APPS), SAME(POWER), SAME(SLEEP), SAME(WAKE), SAME(WEBSEARCH),
-        SAME(WEBFAVORITES), SAME(WEBREFRESH), SAME(WEBSTOP), SAME(WEBFORWARD), SAME(WEBBACK),
-        SAME(MYCOMPUTER), SAME(MAIL), SAME(MEDIASELECT),
+        K(ESCAPE) K(1) K(2) K(3) K(4) K(5) K(6) K(7) K(8) K(9) K(0) K(MINUS) K(EQUALS) K(BACK)
+        K(TAB) K(Q) K(W) K(E) K(R) K(T) K(Y) K(U) K(I) K(O) K(P) K(LBRACKET) K(RBRACKET) K(RETURN)
+        K(LCONTROL) K(A) K(S) K(D) K(F) K(G) K(H) K(J) K(K) K(L) K(SEMICOLON) K(APOSTROPHE) K(GRAVE)
+        K(LSHIFT) K(BACKSLASH) K(Z) K(X) K(C) K(V) K(B) K(N) K(M) K(COMMA) K(PERIOD) K(SLASH)
+        K(RSHIFT) K(MULTIPLY) {"LALT", DIK_LMENU}, K(SPACE) K(CAPITAL) K(F1) K(F2) K(F3) K(F4) K(F5)
+        K(F6) K(F7) K(F8) K(F9) K(F10) K(NUMLOCK) K(SCROLL) K(NUMPAD7) K(NUMPAD8) K(NUMPAD9)
+        K(SUBTRACT) K(NUMPAD4) K(NUMPAD5) K(NUMPAD6) K(ADD) K(NUMPAD1) K(NUMPAD2) K(NUMPAD3)
+        K(NUMPAD0) K(DECIMAL) K(OEM_102) K(F11) K(F12) K(F13) K(F14) K(F15) K(KANA) K(ABNT_C1)
+        K(CONVERT) K(NOCONVERT) K(YEN) K(ABNT_C2) K(NUMPADEQUALS) {"PREVTRACK", DIK_CIRCUMFLEX},
+        K(AT) K(COLON) K(UNDERLINE) K(KANJI) K(STOP) K(AX) K(NEXTTRACK) K(NUMPADENTER) K(RCONTROL)
+        K(MUTE) K(CALCULATOR) K(PLAYPAUSE) K(MEDIASTOP) K(VOLUMEDOWN) K(VOLUMEUP) K(WEBHOME)
+        K(NUMPADCOMMA) K(DIVIDE) K(SYSRQ) {"RALT", DIK_RMENU}, K(PAUSE) K(HOME) K(UP)
+        {"PAGE_UP", DIK_PRIOR}, K(LEFT) K(RIGHT) K(END) K(DOWN) {"PAGE_DOWN", DIK_NEXT}, K(INSERT)
+        K(DELETE) K(LWIN) K(RWIN) K(APPS) K(POWER) K(SLEEP) K(WAKE) K(WEBSEARCH) K(WEBFAVORITES)
+        K(WEBREFRESH) K(WEBSTOP) K(WEBFORWARD) K(WEBBACK) K(MYCOMPUTER) K(MAIL) K(MEDIASELECT)
     };
+#undef K
     // clang-format on
-#undef SAME
     ASSERT_EQ(std::size(rows), 143u);
     ASSERT_TRUE(acquire_all());
     for (unsigned int i = 0; i < std::size(rows); ++i) {
@@ -372,28 +364,19 @@ TEST_F(ScriptedDevices, key_names_keep_the_keyboard_state) {
     EXPECT_EQ(state_reads, 3);
 }
 
-TEST(Devices, reading_without_acquiring_clears_the_motion_alone) {
-    QX::MOUSE_STATE given = {};
-    given.x = 0.5f;
-    given.delta_x = given.delta_y = given.delta_wheel = 7.0f;
-    given.raw_middle_button = true;
-    HARDWARE_CONTROLLER_STATE const kept(given);
-    EXPECT_FALSE(QX::read_hardware_controllers());
-    QX::MOUSE_STATE const now = *HARDWARE_CONTROLLER_STATE().mouse_state();
-    EXPECT_EQ(now.x, 0.5f);
-    EXPECT_EQ(now.delta_x + now.delta_y + now.delta_wheel, 0.0f);
-    EXPECT_FALSE(now.raw_middle_button);
-    EXPECT_EQ(kept.mouse_state()->delta_x, 7.0f);
-}
-
 // --- The optional extension ----------------------------------------------------------------------
 
-DWORD major_version, minor_version;
+constexpr char const* extension_names =
+    "QXLibsWinExt.zintelunityrelease.x64.dll InitialiseGesturesExt TouchEventsFromLParamExt "
+    "GestureEventFromLParamExt GestureEventFromDWordExt GestureEventsFromLParamExt "
+    "OnGestureNotifyExt ";
+
+DWORD minor_version = 1;
 std::string asked(400, ' ');
 HWND prepared = nullptr;
 
 BOOL WINAPI give_version(OSVERSIONINFOW* version) {
-    version->dwMajorVersion = major_version;
+    version->dwMajorVersion = 6;
     version->dwMinorVersion = minor_version;
     return TRUE;
 }
@@ -413,144 +396,77 @@ FARPROC WINAPI give_entry(HMODULE, char const* name) {
     return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(prepare));
 }
 
-class TouchExtension : public ScriptedDevices {
-protected:
-    void look(DWORD major, DWORD minor) {
-        test::StandIn const version("GetVersionExW", give_version);
-        test::StandIn const load("LoadLibraryA", load_extension);
-        test::StandIn const entry("GetProcAddress", give_entry);
-        ASSERT_TRUE(version.found() && load.found() && entry.found());
-        major_version = major;
-        minor_version = minor;
-        prepared = nullptr;
+TEST_F(ScriptedDevices, look_once_for_the_extension_and_give_it_the_window) {
+    test::StandIn const version("GetVersionExW", give_version);
+    test::StandIn const load("LoadLibraryA", load_extension);
+    test::StandIn const entry("GetProcAddress", give_entry);
+    ASSERT_TRUE(version.found() && load.found() && entry.found());
+    for (char const* first : {extension_names, ""}) {
         asked.clear();
+        prepared = nullptr;
         acquire_all();
+        EXPECT_EQ(asked, first);
+        EXPECT_EQ(prepared, reinterpret_cast<HWND>(0x99));
     }
-};
-
-TEST_F(TouchExtension, is_not_looked_for_before_touch_came) {
-    look(6, 0);
-    EXPECT_EQ(asked, "");
-    look(6, 1);  // once only
-    EXPECT_EQ(asked, "");
-    EXPECT_EQ(prepared, nullptr);
 }
 
-TEST_F(TouchExtension, is_loaded_once_and_given_the_window) {
-    look(6, 1);
-    EXPECT_EQ(
-        asked, "QXLibsWinExt.zintelunityrelease.x64.dll InitialiseGesturesExt "
-               "TouchEventsFromLParamExt GestureEventFromLParamExt GestureEventFromDWordExt "
-               "GestureEventsFromLParamExt OnGestureNotifyExt ");
-    EXPECT_EQ(prepared, reinterpret_cast<HWND>(0x99));
-    look(10, 0);
+TEST_F(ScriptedDevices, look_for_no_extension_before_touch_came) {
+    test::StandIn const version("GetVersionExW", give_version);
+    test::StandIn const load("LoadLibraryA", load_extension);
+    minor_version = 0;
+    asked.clear();
+    acquire_all();
     EXPECT_EQ(asked, "");
-    EXPECT_EQ(prepared, reinterpret_cast<HWND>(0x99));
 }
 
 // --- The system's devices ------------------------------------------------------------------------
+
+// Reads frames until one shows what is looked for.
+bool read_until(std::function<bool()> const& shown) {
+    return test::pump_until([&] { return QX::read_hardware_controllers() && shown(); });
+}
 
 class SystemDevices : public testing::Test {
 protected:
     // The system keeps a thread for its devices from their first use on.
     static void SetUpTestSuite() {
         test::Host host;
-        QX::Application application(QX::ApplicationInitialiser{GetModuleHandleW(nullptr)});
         host.open();
-        QX::acquire_hardware_controllers(application, host.window);
+        acquire(host);
         QX::read_hardware_controllers();
         QX::release_hardware_controllers();
     }
 
-    void SetUp() override {
-        host_.initialiser.style = 0x90000000;
-        ASSERT_TRUE(host_.open_in_front());
-        SetCursorPos(200, 200);
-        ASSERT_TRUE(QX::acquire_hardware_controllers(application_, host_.window));
-        ASSERT_TRUE(read_until([] { return true; }));
-        QX::on_app_focus_change(true);
+    static bool acquire(test::Host& host) {
+        QX::Application application(QX::ApplicationInitialiser{GetModuleHandleW(nullptr)});
+        return QX::acquire_hardware_controllers(application, host.window);
     }
-    void TearDown() override { QX::release_hardware_controllers(); }
-
-    // Reads frames until one shows what is looked for.
-    static bool read_until(std::function<bool()> const& shown) {
-        return test::pump_until([&] { return QX::read_hardware_controllers() && shown(); });
-    }
-
-    test::Host host_;
-
-private:
-    QX::Application application_{QX::ApplicationInitialiser{GetModuleHandleW(nullptr)}};
 };
 
 TEST_F(SystemDevices, show_synthetic_keys) {
+    test::Host host;
+    ASSERT_TRUE(host.open_in_front());
+    ASSERT_TRUE(acquire(host));
+    ASSERT_TRUE(read_until([] { return true; }));
+    QX::on_app_focus_change(true);
+    EXPECT_GT(QX::localised_key_name(QX::KEY_SPACE).length(), 0u);
     for (unsigned short code : {0x11, 0x39, 0x148, 0x11C}) {
         QX::KEY_TYPE const key = QX::key_event({nullptr, 0, 0, code << 16}).key;
         test::send_key(code, true);
-        EXPECT_TRUE(read_until([&] { return HARDWARE_CONTROLLER_STATE().is_key_down(key); }))
-            << key;
+        EXPECT_TRUE(read_until([&] { return HARDWARE_CONTROLLER_STATE().is_key_down(key); }));
         EXPECT_TRUE(read_until([&] { return !HARDWARE_CONTROLLER_STATE().is_key_down(key); }));
         EXPECT_TRUE(HARDWARE_CONTROLLER_STATE().is_key_held(key));
         test::send_key(code, false);
-        EXPECT_TRUE(read_until([&] { return HARDWARE_CONTROLLER_STATE().is_key_up(key); })) << key;
+        EXPECT_TRUE(read_until([&] { return HARDWARE_CONTROLLER_STATE().is_key_up(key); }));
         EXPECT_FALSE(HARDWARE_CONTROLLER_STATE().is_key_held(key));
     }
-}
-
-TEST_F(SystemDevices, show_synthetic_motion_upward_positive) {
-    float x = 0.0f, y = 0.0f, wheel = 0.0f;
-    test::send_mouse(MOUSEEVENTF_MOVE, 3, -2);
-    test::send_mouse(MOUSEEVENTF_WHEEL, 0, 0, -120);
-    EXPECT_TRUE(read_until([&] {
-        QX::MOUSE_STATE const now = *HARDWARE_CONTROLLER_STATE().mouse_state();
-        x += now.delta_x;
-        y += now.delta_y;
-        wheel += now.delta_wheel;
-        return x == 3.0f && y == 2.0f && wheel == 120.0f;
-    })) << x
-        << " " << y << " " << wheel;
-    test::send_mouse(MOUSEEVENTF_RIGHTDOWN);
-    EXPECT_TRUE(
-        read_until([] { return HARDWARE_CONTROLLER_STATE().mouse_state()->raw_right_button; }));
-    test::send_mouse(MOUSEEVENTF_RIGHTUP);
-}
-
-TEST_F(SystemDevices, come_back_after_the_focus_was_away) {
+    EXPECT_TRUE(QX::set_mouse_cooperative_level(true));
     test::Host other;
     ASSERT_TRUE(other.open_in_front());
     EXPECT_FALSE(QX::read_hardware_controllers());
-    ASSERT_TRUE(host_.come_to_front());
+    ASSERT_TRUE(host.come_to_front());
     EXPECT_TRUE(read_until([] { return true; }));
-}
-
-TEST_F(SystemDevices, mouse_can_be_had_exclusively_and_given_back) {
-    EXPECT_TRUE(QX::set_mouse_cooperative_level(true));
-    EXPECT_TRUE(QX::mouse_cooperative_level_is_exclusive());
-    EXPECT_TRUE(QX::set_mouse_cooperative_level(false));
-    EXPECT_GT(QX::localised_key_name(QX::KEY_SPACE).length(), 0u);
-}
-
-TEST_F(SystemDevices, window_messages_reach_the_mouse_state) {
-    std::vector<int> events;
-    host_.on_message = [&](UINT message, WPARAM wparam, LPARAM lparam) {
-        bool const of_mouse = message >= WM_MOUSEFIRST && message <= WM_MOUSELAST;
-        if (!of_mouse && message != WM_MOUSELEAVE) return;
-        int const event =
-            QX::mouse_event({host_.hwnd(), message, wparam, lparam}, 400, 300, 0, false);
-        if (event >= 0) events.push_back(event);
-    };
-    SetCursorPos(250, 210);
-    ASSERT_TRUE(test::pump_until([&] { return !events.empty(); }));
-    QX::MOUSE_STATE const now = *HARDWARE_CONTROLLER_STATE().mouse_state();
-    EXPECT_TRUE(now.inside_window);
-    events.clear();
-    for (int click = 0; click < 2; ++click) {
-        test::send_mouse(MOUSEEVENTF_LEFTDOWN);
-        test::send_mouse(MOUSEEVENTF_LEFTUP);
-    }
-    test::pump_until([&] { return events.size() >= 4; });
-    std::erase(events, 12);
-    EXPECT_EQ(events, (std::vector<int>{1, 0, 3, 2}));
+    QX::release_hardware_controllers();
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <limits>
 #include <map>
-#include <set>
 #include <string>
 
 namespace {
@@ -24,33 +23,18 @@ KEY_TYPE key(unsigned int number) {
 
 // --- Names ---------------------------------------------------------------------------------------
 
-TEST(KeyNames, lead_to_their_numbers_and_back) {
-    std::set<std::string> names;
+TEST(KeyNames, are_whole_and_by_case) {
     for (unsigned int i = 0; i < 143; ++i) {
         char const* const name = QX::name_from_key(key(i));
-        names.insert(name);
         EXPECT_EQ(QX::key_from_name(name), key(i));
         EXPECT_EQ(QX::key_from_name(QX::String(name)), key(i));
     }
-    EXPECT_EQ(names.size(), 143u);
+    for (char const* unknown : {"escape", "ESC", "ESCAPES", ""}) {
+        EXPECT_EQ(QX::key_from_name(unknown), key(144));
+        EXPECT_EQ(QX::key_from_name(QX::String(unknown)), key(144));
+    }
     for (unsigned int i : {143u, 144u, 0x7FFFFFFFu, 0xFFFFFFFFu})
         EXPECT_STREQ(QX::name_from_key(key(i)), "");
-}
-
-TEST(KeyNames, are_whole_and_by_case) {
-    struct Row {
-        char const* name;
-        unsigned int key;
-    };
-    constexpr Row rows[] = {
-        {"ESCAPE", 0}, {"escape", 144}, {"ESC", 144},     {"ESCAPES", 144},     {"", 144},
-        {"1", 1},      {"0", 10},       {"RETURN", 27},   {"LCONTROL", 28},     {"LSHIFT", 41},
-        {"F11", 84},   {"PAUSE", 117},  {"PAGE_UP", 120}, {"MEDIASELECT", 142},
-    };
-    for (Row const& row : rows) {
-        EXPECT_EQ(QX::key_from_name(row.name), key(row.key)) << row.name;
-        EXPECT_EQ(QX::key_from_name(QX::String(row.name)), key(row.key)) << row.name;
-    }
 }
 
 TEST(MouseEventNames, lead_to_their_numbers_and_back) {
