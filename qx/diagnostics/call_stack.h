@@ -40,6 +40,8 @@ public:
     // Always the symbol without a name: file "<not-found>", line 0.
     QX_API Symbol fetch(unsigned int index) const;
 
+    // k_max_trace_size pointers, of which `size` are in use.
+    void* const* trace() const { return trace_; }
     unsigned int size() const { return size_; }
     unsigned int hash() const { return hash_; }
 

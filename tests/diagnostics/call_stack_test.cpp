@@ -47,6 +47,8 @@ TEST(CallStack, has_its_fields_where_clients_expect_them) {
     EXPECT_EQ(offsetof(QX::CallStack, trace_), 8u);
     EXPECT_EQ(offsetof(QX::CallStack, size_), 72u);
     EXPECT_EQ(offsetof(QX::CallStack::Symbol, file), 64u);
+    QX::CallStack const stack;
+    EXPECT_EQ(stack.trace(), stack.trace_);
 }
 
 // --- Text ----------------------------------------------------------------------------------------
