@@ -22,6 +22,8 @@
 #endif
 #include <winsock2.h>
 
+#include <concepts>
+
 #include "qx/base/export.h"
 #include "qx/text/string.h"
 
@@ -124,6 +126,11 @@ public:
 
     // `address` in network byte order, `port` in the host's.
     QX_API void set_address(unsigned int address, int port);
+    // The same for INADDR_ANY and a plain 0, which might be null pointers otherwise.
+    template <std::integral ADDRESS>
+    void set_address(ADDRESS address, int port) {
+        set_address(static_cast<unsigned int>(address), port);
+    }
     // "127.0.0.1"; names are not looked up.
     QX_API void set_address(char const* dotted, int port);
     // The same forms as the first `set_address` takes.

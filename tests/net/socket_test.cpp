@@ -182,6 +182,14 @@ TEST(Socket, stores_its_address_as_given_and_its_port_turned) {
     EXPECT_EQ(address, 0x04030201u);
     EXPECT_EQ(socket.address().sin_family, 2);
     EXPECT_EQ(socket.address().sin_port, 0x5000);
+    socket.set_address(INADDR_ANY, 81);
+    EXPECT_EQ(socket.address().sin_addr.s_addr, 0u);
+    socket.set_address(INADDR_LOOPBACK, 0x5000);
+    EXPECT_EQ(socket.address().sin_addr.s_addr, 0x7F000001u);
+    socket.set_address(0, 82);
+    socket.get_address(&address, &port);
+    EXPECT_EQ(address, 0u);
+    EXPECT_EQ(port, 82);
 }
 
 // --- Ownership -----------------------------------------------------------------------------------
