@@ -19,6 +19,10 @@ constexpr unsigned int table_spin_count = 10000;
 
 std::atomic<FileNameTable*> file_name_table = nullptr;
 
+// Whether a public name has made the search paths. Before that it needs the lock to do so, even
+// where names of the short form have made the table.
+std::atomic<bool> search_paths_made = false;
+
 // Made by the first name, gone at exit.
 CriticalSectionDeclaration& table_lock() {
     static CriticalSectionDeclaration lock(table_spin_count);
@@ -51,6 +55,9 @@ void cut_search_paths(Path& path) {
 }
 
 struct LongForm {
+    static bool is_ready() { return search_paths_made.load(std::memory_order_acquire); }
+    static void note_ready() { search_paths_made.store(true, std::memory_order_release); }
+
     Path operator()(char* scratch, char const* text, unsigned int length) const {
         Path path = path_shape::fold(scratch, text, length);
         path_shape::resolve(path);
@@ -62,6 +69,9 @@ struct LongForm {
 
 struct ShortForm {
     bool keep_start;
+
+    static bool is_ready() { return true; }
+    static void note_ready() {}
 
     Path operator()(char* scratch, char const* text, unsigned int length) const {
         Path path = path_shape::fold(scratch, text, length);
@@ -77,6 +87,7 @@ QX_NOINLINE String const* take_in(char const* text, unsigned int length, Form fo
     Scratch scratch(length);
     TableLock const lock;
     Path const path = form(scratch.text(), text, length);
+    Form::note_ready();
     FileNameTable* table = file_name_table.load(std::memory_order_relaxed);
     if (!table) {
         table = new FileNameTable;
@@ -88,7 +99,7 @@ QX_NOINLINE String const* take_in(char const* text, unsigned int length, Form fo
 template <typename Form>
 String const* known_name(char const* text, unsigned int length, Form form) {
     FileNameTable const* const table = file_name_table.load(std::memory_order_acquire);
-    if (!table) return nullptr;
+    if (!table || !Form::is_ready()) return nullptr;
     Scratch scratch(length);
     Path const path = form(scratch.text(), text, length);
     return table->find(path.text, path.length, FileNameTable::hash_of(path.text, path.length));
@@ -157,6 +168,7 @@ FileIn& operator>>(FileIn& file, FileName& name) {
 
 void destroy_filesystem() {
     destroy_search_paths();
+    search_paths_made = false;
     delete file_name_table.exchange(nullptr);
     destroy_binary_description();
 }

@@ -4,6 +4,8 @@
 
 #include "qx/base/windows.h"
 
+#include <atomic>
+#include <cstring>
 #include <map>
 #include <new>
 #include <string>
@@ -256,6 +258,38 @@ TEST(FileNameApart, DISABLED_command_line) {
     EXPECT_FALSE(paths.release());
     EXPECT_EQ(paths.size(), 5u);
     QX::destroy_filesystem();
+}
+
+std::atomic<int> layouts_settled = 0;
+void* real_attributes;
+
+DWORD WINAPI slow_attributes(LPCSTR name) {
+    if (std::strcmp(name, "data\\boot.pack") == 0) {
+        ++layouts_settled;
+        Sleep(200);
+    }
+    return reinterpret_cast<decltype(&GetFileAttributesA)>(real_attributes)(name);
+}
+
+// Run in a fresh process: names of the short form look at no search path, so these come later.
+TEST(FileNameApart, DISABLED_first_public_names) {
+    test::StandIn const attributes("GetFileAttributesA", slow_attributes);
+    ASSERT_TRUE(attributes.found());
+    real_attributes = attributes.original();
+    EXPECT_EQ(FileName::qualified("a.txt").name(), "a.txt");
+    EXPECT_EQ(layouts_settled, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back(
+            [] { EXPECT_TRUE(FileName("a.txt") == FileName::qualified("A.txt")); });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(layouts_settled, 1);
+    QX::destroy_filesystem();
+}
+
+TEST(FileName, first_public_names_on_several_threads_make_the_search_paths_once) {
+    test::TempFolder const folder;
+    EXPECT_EQ(run_apart(folder.path(), "first_public_names", ""), 0u);
 }
 
 TEST(FileName, the_first_name_settles_the_layout_and_the_end_takes_all_down) {
