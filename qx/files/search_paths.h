@@ -129,7 +129,7 @@ private:
 //
 //     "c:\a\b\c\d.exe"  =>  root "c:\a\", folder "b", file_name "d.exe"
 //
-// A program that stands less than two folders deep has an empty root and folder.
+// Of "c:\c\d.exe" the root is empty and the folder "c:"; nearer to the drive both are empty.
 struct BinaryDescription {
     String full_name;
     String root;    // up to and with the separator in front of `folder`
