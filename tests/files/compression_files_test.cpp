@@ -45,6 +45,29 @@ TEST(CompressedFile, is_given_back_on_either_side_of_the_single_block) {
     }
 }
 
+unsigned int writes;
+void* real_write;
+
+std::size_t count_write(void const* data, std::size_t size, std::size_t count, void* file) {
+    ++writes;
+    return reinterpret_cast<decltype(&count_write)>(real_write)(data, size, count, file);
+}
+
+// Stored, both come out larger than the megabyte that is written at a time.
+TEST(CompressedFile, of_one_block_is_written_at_once_and_a_larger_one_in_parts) {
+    test::TempFolder folder;
+    std::string const small = folder.file("small");
+    test::StandIn const stand_in("fwrite", count_write);
+    ASSERT_TRUE(stand_in.found());
+    real_write = stand_in.original();
+    for (unsigned int const size : {block, block + 1}) {
+        std::string const source = folder.write("source", std::string(size, 's'));
+        writes = 0;
+        EXPECT_GT(QX::compress(small.c_str(), source.c_str(), 0), size);
+        EXPECT_EQ(writes, size == block ? 1u : 2u);
+    }
+}
+
 TEST(CompressedFile, a_fault_shows_in_the_count_of_a_file_that_was_read_to_its_end) {
     test::TempFolder folder;
     std::string const text = half_random(3 * block);
