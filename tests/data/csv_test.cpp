@@ -80,14 +80,12 @@ TEST(Csv, a_header_line_gives_the_columns_of_the_lines_below) {
 }
 
 TEST(Csv, a_column_that_is_not_there_is_empty_whatever_the_default_value) {
-    char const text[] = "1\r\n";
-    QX::CSV_FILE file(text, sizeof(text) - 1, fallback);
+    QX::CSV_FILE file("1\r\n", 3, fallback);
     QX::CSV_LINE line(file, 4);
     EXPECT_STREQ(line.get_temp_string(0), "");
     ASSERT_TRUE(line.readln());
-    EXPECT_STREQ(line.get_temp_string(1), "");
     EXPECT_EQ(line.get_int32(QX::CSV_LINE::ncol), 0);
-    EXPECT_EQ(line.get_float(3), 0.0f);
+    EXPECT_EQ(line.get_float(1), 0.0f);
 }
 
 // The rules taken byte by byte, as they are told.

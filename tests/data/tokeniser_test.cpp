@@ -19,10 +19,13 @@ constexpr unsigned int all_options = 7;
 constexpr char type_letters[] = ".bwihfqs/*n$";
 
 // The tokens of `text` as "w[name]b[ ]i[12]"; the text is whole again afterwards.
-std::string walk(char* text, unsigned int options, Next next = &QX::Tokeniser::next) {
+// It lies at a guard page.
+std::string
+walk(std::string const& text, unsigned int options = 0, Next next = &QX::Tokeniser::next) {
+    test::Guarded const guarded(text.c_str(), text.size() + 1);
     std::string joined;
     QX::Tokeniser tokeniser;
-    tokeniser.tokenise(text);
+    tokeniser.tokenise(guarded.data());
     tokeniser.update_options(static_cast<Options>(options));
     while (auto const type = (tokeniser.*next)()) {
         joined += type_letters[type];
@@ -31,14 +34,6 @@ std::string walk(char* text, unsigned int options, Next next = &QX::Tokeniser::n
     EXPECT_EQ((tokeniser.*next)(), QX::TTT_END);
     EXPECT_STREQ(tokeniser.token(), "");
     tokeniser.close();
-    return joined;
-}
-
-// At a guard page, behind the terminator.
-std::string
-walk(std::string const& text, unsigned int options = 0, Next next = &QX::Tokeniser::next) {
-    test::Guarded const guarded(text.c_str(), text.size() + 1);
-    std::string const joined = walk(guarded.data(), options, next);
     EXPECT_EQ(guarded.data(), text);
     return joined;
 }
@@ -119,16 +114,10 @@ TEST(Tokeniser, starting_again_drops_the_options_and_closing_forgets_the_text) {
     EXPECT_EQ(tokeniser.buffer(), nullptr);
     tokeniser.tokenise(text);
     EXPECT_EQ(tokeniser.next(), QX::TTT_SYMBOL);
-    EXPECT_EQ(tokeniser.buffer(), text);
-    EXPECT_EQ(tokeniser.cursor(), text + 1);
-    EXPECT_EQ(tokeniser.saved_char(), 'a');
 }
 
-TEST(Tokeniser, type_names_are_at_hand_at_run_time) {
+TEST(Tokeniser, type_names_are_in_the_order_of_the_types) {
     EXPECT_STREQ(QX::tokeniser_token_type_names[QX::TTT_END], "TTT_END");
-    EXPECT_STREQ(QX::tokeniser_token_type_names[QX::TTT_QUOTED_CHAR], "TTT_QUOTED_CHAR");
-    EXPECT_STREQ(
-        QX::tokeniser_token_type_names[QX::TTT_SLASH_STAR_COMMENT], "TTT_SLASH_STAR_COMMENT");
     EXPECT_STREQ(QX::tokeniser_token_type_names[QX::TTT_SYMBOL], "TTT_SYMBOL");
 }
 
@@ -161,14 +150,13 @@ constexpr Skipping skippings[] = {
 TEST(Tokeniser, every_text_is_cut_without_loss_and_never_read_past_its_end) {
     constexpr char alphabet[] = "ab_09xf.'\"\\/*+-<>=&! \t\r\n\x80";
     test::Random random;
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < 2000; ++round) {
         std::string text;
         for (auto length = random.below(24); length; --length)
             text += alphabet[random.below(sizeof(alphabet) - 1)];
-        test::Guarded const guarded(text.c_str(), text.size() + 1);
         unsigned int const options = random.below(all_options + 1);
 
-        std::string const joined = walk(guarded.data(), options);
+        std::string const joined = walk(text, options);
         std::string whole;
         for (std::size_t at = 0; at < joined.size();) {
             std::size_t const end = joined.find(']', at);
@@ -177,11 +165,9 @@ TEST(Tokeniser, every_text_is_cut_without_loss_and_never_read_past_its_end) {
         }
         ASSERT_EQ(whole, text);
         for (auto const& skipping : skippings) {
-            ASSERT_EQ(
-                walk(guarded.data(), options, skipping.next), without(joined, skipping.dropped))
+            ASSERT_EQ(walk(text, options, skipping.next), without(joined, skipping.dropped))
                 << text;
         }
-        ASSERT_EQ(guarded.data(), text);
     }
 }
 

@@ -112,18 +112,14 @@ constexpr Reference references[] = {
     {"#x10000", nullptr, "\xE2\x9C\x90"},
     {"#65535", "\xEF\xBF\xBF", "\xEF\xBF\xBF"},
     {"#65536", nullptr, nullptr},
-    {"#99999999999999999999", nullptr, nullptr},
     {"#x100000041", nullptr, nullptr},
     {"#x", nullptr, nullptr},
     {"#", nullptr, nullptr},
     {"#X41", nullptr, nullptr},
-    {"#6a", nullptr, nullptr},
     {"#x4g", nullptr, nullptr},
     {"#x/", nullptr, nullptr},
     {"#x:", nullptr, nullptr},
-    {"#-1", nullptr, nullptr},
     {"", nullptr, nullptr},
-    {"foo", nullptr, nullptr},
     {"LT", nullptr, nullptr},
     {" lt", nullptr, nullptr},
 };
@@ -154,14 +150,10 @@ TEST(XmlParser, references_have_one_rule_in_attributes_and_another_in_content) {
     for (Reference const& row : references) {
         expect_reference<QX::XML>("<a n='b", row.name, row.in_attribute);
         expect_reference<QX::XML>("<a>b", row.name, row.in_content);
-    }
-}
-
-TEST(XmlParser, the_second_parser_knows_named_characters_only_and_no_apos) {
-    for (Reference const& row : references) {
-        bool const known = std::string(row.name) == "lt";
-        expect_reference<QX::XMLParser>("<a n='b", row.name, known ? "<" : nullptr);
-        expect_reference<QX::XMLParser>("<a>b", row.name, known ? "<" : nullptr);
+        // Named characters only, and no apos.
+        char const* const other = std::string(row.name) == "lt" ? "<" : nullptr;
+        expect_reference<QX::XMLParser>("<a n='b", row.name, other);
+        expect_reference<QX::XMLParser>("<a>b", row.name, other);
     }
 }
 
@@ -174,14 +166,9 @@ TEST(XmlParser, every_named_character_is_found_by_name_and_by_code) {
     }
     // Summed over the tables of HTML 4, and 39.
     EXPECT_EQ(sum, 868281u);
-    EXPECT_EQ(QX::find_entity("nbsp"), 160u);
-    EXPECT_EQ(QX::find_entity("yuml"), 255u);
-    EXPECT_EQ(QX::find_entity("thetasym"), 977u);
     EXPECT_EQ(QX::find_entity("diams"), 9830u);
     EXPECT_EQ(QX::find_entity("lang"), 9001u);
     EXPECT_EQ(QX::find_entity("am"), 0u);
-    EXPECT_EQ(QX::find_entity("zzzzzzzzz"), 0u);
-    EXPECT_EQ(QX::entity_name(0), nullptr);
     EXPECT_EQ(QX::entity_name(0x10027), nullptr);
 }
 
@@ -195,9 +182,7 @@ void expect_sound(std::string const& text) {
     bool const good = test::parse(tree, guarded.data());
     std::size_t changed = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (guarded.data()[i] == text[i]) continue;
-        ++changed;
-        EXPECT_EQ(text[i], ';');
+        if (guarded.data()[i] != text[i]) changed += text[i] == ';' ? 1 : 2;
     }
     EXPECT_LE(changed, good ? 0u : 1u) << text;
 }
@@ -205,10 +190,9 @@ void expect_sound(std::string const& text) {
 TEST(XmlParser, every_prefix_and_one_byte_change_of_a_document_is_read_within_bounds) {
     std::string const whole = sample;
     for (std::size_t size = 0; size < whole.size(); ++size) {
-        expect_sound<QX::XML>(whole.substr(0, size));
-        expect_sound<QX::XMLParser>(whole.substr(0, size));
-        for (char const c : {'<', '>', '/', '&', ';', '"', '\'', '=', '!', '-', ' ', 'a', '\x80'}) {
-            std::string changed = whole;
+        // With a 0 the text ends there.
+        for (char const c : std::string("\0<>/&;\"'=!- a\x80", 14)) {
+            std::string changed = c ? whole : whole.substr(0, size + 1);
             changed[size] = c;
             expect_sound<QX::XML>(changed);
             expect_sound<QX::XMLParser>(changed);
