@@ -20,6 +20,11 @@ fi
 echo "bench: building"
 ninja -C $build --quiet "${names[@]/%/_bench}"
 
+if [ -f $build/bin/load_bench.exe ]; then
+  x86_64-w64-mingw32-strip $build/bin/QXLibs.dll
+  python3 scripts/make_empty_dll.py $build/bin/QXLibs.dll $build/bin/empty.dll
+fi
+
 . scripts/wine_session.sh
 mkdir -p $build/results
 for name in "${names[@]}"; do
