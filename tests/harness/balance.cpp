@@ -66,7 +66,7 @@ bool BalanceListener::is_excused(testing::TestInfo const& info) const {
 }
 
 void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
-    if (is_excused(info) || info.result()->Failed()) return;
+    if (is_excused(info) || info.result()->Failed() || info.result()->Skipped()) return;
 
     Holdings now = current_holdings();
     for (int i = 0; i < settle_attempts && grew(before_, now); ++i) {
