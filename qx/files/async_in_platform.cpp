@@ -24,12 +24,13 @@ FileOpenHook async_open_hook = nullptr;
 void* async_open_user = nullptr;
 
 // 0 if the system does not know the drive.
-unsigned int ask_sector_size(char const* root) {
+bool ask_sector_size(char const* root, unsigned int& size) {
     DWORD sectors_per_cluster, bytes_per_sector, free_clusters, clusters;
     if (!GetDiskFreeSpaceA(
             root, &sectors_per_cluster, &bytes_per_sector, &free_clusters, &clusters))
-        return 0;
-    return bytes_per_sector;
+        return false;
+    size = bytes_per_sector;
+    return true;
 }
 
 // Of `alignments`; -1 for no drive.
@@ -143,15 +144,16 @@ unsigned int AsyncInPlatform::alignment(char drive) {
     if (alignments[slot]) return alignments[slot];
 
     char const root[] = {drive, ':', '\\', 0};
-    unsigned int const size = ask_sector_size(drive ? root : nullptr);
-    if (size == 0) return 0;
+    unsigned int size = 0;
+    if (!ask_sector_size(drive ? root : nullptr, size)) return 0;
     alignments[slot] = size < sector_size_min ? sector_size_min : size;
     return alignments[slot];
 }
 
 void DiskGeometry::init() {
-    unsigned int const size = ask_sector_size(nullptr);
-    s_bytes_per_sector = size ? size : sector_size_default;
+    unsigned int size = sector_size_default;
+    ask_sector_size(nullptr, size);
+    s_bytes_per_sector = size;
     s_bytes_per_sector_mask = 0 - s_bytes_per_sector;
 }
 

@@ -117,7 +117,7 @@ bool MemFileIn::close() {
 unsigned int MemFileIn::read(void* data, unsigned int bytes) {
     unsigned int const count = limited(pos_, end_, bytes);
     if (count) std::memcpy(data, pos_, count);
-    pos_ += count;
+    pos_ = count < bytes ? end_ : pos_ + count;
     status_ = count < bytes ? FILE_END_OF_FILE : FILE_OK;
     return count;
 }

@@ -124,11 +124,12 @@ bool AsyncPackFile::read_index(char const* name, unsigned short key) {
     PackMask mask(key);
     PackHeader header;
     if (!read_header(file, file_size, mask, header)) return false;
+    alignment_ = header.alignment;
 
     unsigned int position, bytes, sector;
     if (!aligns(position, bytes, sector, name) || header.alignment % sector != 0) return false;
-    alignment_ = header.alignment;
 
+    table_ = PackTable::create(header.count);
     names_ = allocate<char>(header.name_size).release();
     if (!read_names(file, header, names_)) return false;
     mask.apply(names_, header.name_size);
@@ -136,8 +137,6 @@ bool AsyncPackFile::read_index(char const* name, unsigned short key) {
     unsigned int const ends_size = header.count * sizeof(unsigned int);
     if (!read_whole(file, ends.get(), ends_size)) return false;
     mask.apply(ends.get(), ends_size);
-
-    table_ = PackTable::create(header.count);
     return table_->fill(header, names_, ends.get(), file_size);
 }
 
@@ -221,8 +220,9 @@ bool MemPackFile::read_index(unsigned short key) {
     PackMask mask(key);
     PackHeader header;
     if (!read_header(static_cast<MemFileIn&>(*this), size64(), mask, header)) return false;
-    if (header.version != '2') return false;
     alignment_ = header.alignment;
+    if (header.version != '2') return false;
+    table_ = PackTable::create(header.count);
     names_ = pos();
     char const* const stored_ends = names_ + header.name_size;
     Block<char> ends_copy;
@@ -235,7 +235,6 @@ bool MemPackFile::read_index(unsigned short key) {
         mask.apply(ends_copy.get(), 4ull * header.count);
     }
     char const* const ends = key ? ends_copy.get() : stored_ends;
-    table_ = PackTable::create(header.count);
     if (!table_->fill(header, names_, ends, size64())) return false;
     return seek64(static_cast<long long>(header.index_size()));
 }

@@ -75,10 +75,10 @@ void platform_init_heaps(HeapPlatform* heap) {
 
 void validate_system_heaps() {
     constexpr DWORD heaps_max = 64;
-    HANDLE heaps[heaps_max];
+    HANDLE heaps[heaps_max] = {};
     DWORD const found = GetProcessHeaps(heaps_max, heaps);
     DWORD const count = found < heaps_max ? found : heaps_max;
-    for (DWORD i = 0; i < count; ++i) HeapValidate(heaps[i], 0, nullptr);
+    for (DWORD i = 0; i < count && heaps[i]; ++i) HeapValidate(heaps[i], 0, nullptr);
 }
 
 unsigned int milliseconds_now() {

@@ -63,7 +63,8 @@ int send_smtp_mail(
     char const* helo_domain, char const* from, char const* to, char const* subject,
     char const* body, char const* server, unsigned short port) {
     Connection connection;
-    if (int const failure = connection.open(server, port)) return failure;
+    int code = 0;
+    if (!connection.open(server, port, code)) return code;
 
     Conversation talk(connection);
     static_cast<void>(

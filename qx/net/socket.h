@@ -88,7 +88,7 @@ private:
 class SocketPlatform {
 public:
     SocketPlatform() = default;
-    explicit SocketPlatform(unsigned long long handle) : handle_(handle) {}
+    SocketPlatform(unsigned long long handle) : handle_(handle) {}
     // Throws "Could not create socket." as char*.
     QX_API SocketPlatform(int family, int type, int protocol);
 
@@ -116,7 +116,7 @@ public:
     // A new one, of address zero. Throws "Could not create socket." as char const*.
     QX_API Socket(int family, int type, int protocol);
     // Takes `handle` over; the address is the peer's, or zero if there is none.
-    QX_API explicit Socket(unsigned long long handle);
+    QX_API Socket(unsigned long long handle);
     QX_API Socket(Socket const& source);
     // With `borrow`, a view: it never closes, and `source` keeps what it owned.
     QX_API Socket(Socket const& source, bool borrow);

@@ -14,8 +14,8 @@ public:
     Connection& operator=(Connection const&) = delete;
     ~Connection();
 
-    // Called once. 0, or the sockets code of the step that failed.
-    int open(char const* host, unsigned short port);
+    // Called once. False after a step that failed, with its sockets code, which may be 0.
+    bool open(char const* host, unsigned short port, int& code);
 
     // True unless the sockets library refuses; how much was taken is not looked at.
     bool send(char const* data, unsigned long long size);
@@ -31,6 +31,8 @@ public:
     static int failure_of(int received);
 
 private:
+    bool look_up_and_connect(char const* host, unsigned short port);
+
     bool started_ = false;
     unsigned long long socket_ = ~0ull;
 };

@@ -21,23 +21,28 @@ Connection::~Connection() {
     if (started_) WSACleanup();
 }
 
-int Connection::open(char const* host, unsigned short port) {
+bool Connection::open(char const* host, unsigned short port, int& code) {
     WSADATA data;
-    int const refused = WSAStartup(MAKEWORD(1, 1), &data);
-    if (refused) return refused;
+    code = WSAStartup(MAKEWORD(1, 1), &data);
+    if (code) return false;
     started_ = true;
+    if (look_up_and_connect(host, port)) return true;
+    code = WSAGetLastError();
+    return false;
+}
+
+bool Connection::look_up_and_connect(char const* host, unsigned short port) {
 
     hostent const* const record = gethostbyname(host);
-    if (!record) return WSAGetLastError();
+    if (!record) return false;
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     std::memcpy(&address.sin_addr, record->h_addr_list[0], sizeof address.sin_addr);
 
     socket_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    if (socket_ == INVALID_SOCKET) return WSAGetLastError();
-    if (connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return 0;
-    return WSAGetLastError();
+    return socket_ != INVALID_SOCKET &&
+           connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
 bool Connection::send(char const* data, unsigned long long size) {

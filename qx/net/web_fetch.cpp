@@ -92,7 +92,8 @@ int get_http_page(
     char* buffer, unsigned int buffer_size, char const* host, unsigned short port, char const* path,
     bool (*callback)(char* data, unsigned int size, void* user), void* user) {
     Connection connection;
-    if (int const failure = connection.open(host, port)) return failure;
+    int code = 0;
+    if (!connection.open(host, port, code)) return code;
     if (!send_request(connection, host, path)) return 0;
 
     unsigned int announced = 0;

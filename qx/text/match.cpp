@@ -88,6 +88,7 @@ bool matches(Unit const* name, Unit const* pattern) {
         if (*pattern == '*') {
             after_star = ++pattern;
             retry = name;
+            if (is_match_all(pattern)) return true;  // what follows a `*` is a pattern of its own
         } else if (*pattern && (*pattern == '?' || fold(*pattern) == fold(*name))) {
             ++pattern;
             ++name;

@@ -25,7 +25,7 @@ QX_API UniString replace(UniString text, UniString const& from, UniString const&
 
 // Whether `pattern` fits the whole of `name`. `*` stands for any run, the empty one too, `?` for
 // exactly one character; ASCII letters fit in either case. A dot is a character like others, but
-// for the pattern "*.*", which fits everything, as does "*":
+// for the pattern "*.*", alone or behind another `*`, which fits everything, as does "*":
 //
 //     ("file.txt", "f?le.*")  =>  true
 //     ("noext", "*.*")        =>  true
