@@ -2,6 +2,7 @@
 
 #include "qx/base/windows.h"
 #include "qx/diagnostics/call_stack.h"
+#include "tests/harness/run_tool.h"
 #include "tests/harness/temp_folder.h"
 
 #include <cstdio>
@@ -9,47 +10,10 @@
 
 namespace {
 
-struct Result {
-    unsigned long code = 99;
-    std::string output, errors;
-};
+using Result = test::ToolResult;
 
-HANDLE output_file(std::string const& path) {
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    return CreateFileA(
-        path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
-}
-
-std::string own_folder() {
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    std::string const path = program;
-    return path.substr(0, path.rfind('\\') + 1);
-}
-
-// Runs the tool that lies beside the test program.
 Result qxstack(std::string const& arguments) {
-    test::TempFolder const folder;
-    std::string line = "\"" + own_folder() + "qxstack.exe\" " + arguments;
-    STARTUPINFOA start = {};
-    start.cb = sizeof start;
-    start.dwFlags = STARTF_USESTDHANDLES;
-    start.hStdOutput = output_file(folder.file("out"));
-    start.hStdError = output_file(folder.file("err"));
-    PROCESS_INFORMATION process = {};
-    Result result;
-    if (CreateProcessA(
-            nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
-        WaitForSingleObject(process.hProcess, INFINITE);
-        GetExitCodeProcess(process.hProcess, &result.code);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
-    }
-    CloseHandle(start.hStdOutput);
-    CloseHandle(start.hStdError);
-    result.output = test::read_file(folder.file("out"));
-    result.errors = test::read_file(folder.file("err"));
-    return result;
+    return test::run_tool("qxstack", arguments);
 }
 
 bool has(std::string const& text, std::string const& part) {
@@ -105,7 +69,8 @@ TEST(QxStack, names_addresses_of_a_module_by_its_symbols) {
     auto const offset =
         static_cast<unsigned int>(place - reinterpret_cast<char const*>(library)) + 4;
     std::string const log = folder.write("crash.log", stack_text({offset}));
-    Result const result = qxstack("module" + quoted(own_folder() + "QXLibs.dll") + quoted(log));
+    Result const result =
+        qxstack("module" + quoted(test::own_folder() + "QXLibs.dll") + quoted(log));
     EXPECT_EQ(result.code, 0u) << result.errors;
     EXPECT_TRUE(has(result.output, "offsets_to_string")) << result.output;
     EXPECT_TRUE(has(result.output, "call_stack.cpp:")) << result.output;

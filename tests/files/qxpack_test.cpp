@@ -10,50 +10,17 @@
 #include "qx/files/pack_file.h"
 #include "tests/harness/pack_builder.h"
 #include "tests/harness/random.h"
+#include "tests/harness/run_tool.h"
 #include "tests/harness/temp_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-    unsigned long code = 99;
-    std::string output, errors;
-};
+using Result = test::ToolResult;
 
-HANDLE output_file(std::string const& path) {
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    return CreateFileA(
-        path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
-}
-
-// Runs the tool that lies beside the test program.
 Result qxpack(std::string const& arguments) {
-    test::TempFolder folder;
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    std::string line = "\"" + fs::path(program).parent_path().string() + "\\qxpack.exe\" ";
-    line += arguments;
-
-    STARTUPINFOA start = {};
-    start.cb = sizeof start;
-    start.dwFlags = STARTF_USESTDHANDLES;
-    start.hStdOutput = output_file(folder.file("out"));
-    start.hStdError = output_file(folder.file("err"));
-    PROCESS_INFORMATION process = {};
-    Result result;
-    if (CreateProcessA(
-            nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
-        WaitForSingleObject(process.hProcess, INFINITE);
-        GetExitCodeProcess(process.hProcess, &result.code);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
-    }
-    CloseHandle(start.hStdOutput);
-    CloseHandle(start.hStdError);
-    result.output = test::read_file(folder.file("out"));
-    result.errors = test::read_file(folder.file("err"));
-    return result;
+    return test::run_tool("qxpack", arguments);
 }
 
 bool has(std::string const& text, std::string const& part) {
