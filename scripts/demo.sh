@@ -24,7 +24,7 @@ build=build/mingw
 echo "demo: building"
 [ -f $build/build.ninja ] || cmake --preset mingw >build/demo.configure.log 2>&1 ||
   fail "configuring: build/demo.configure.log"
-ninja -C $build --quiet qxpack pack_pictures viewer || fail "building"
+ninja -C $build --quiet qxpack pack_pictures parallel_mips viewer || fail "building"
 
 work=build/demo
 pictures=$work/pictures
@@ -93,6 +93,10 @@ fi
 
 echo "demo: comparing each pixel with the other decoder's"
 verdict=$(python3 scripts/compare_pictures.py $pictures $out) || fail "$verdict"
+
+echo "demo: the same pictures as tasks"
+$wine $build/bin/parallel_mips.exe $work/pictures.pack $key 2>/dev/null | tr -d '\r' ||
+  fail "tasks give other levels than one loop"
 
 cp $out/contact_sheet.tga $work/
 $magick $work/contact_sheet.tga -auto-orient $work/contact_sheet.png || fail "the contact sheet is no picture"
