@@ -22,6 +22,10 @@ struct Statistics {
 
 QX_API Statistics statistics();
 
+// The bytes of a block in use that its owner may use: those asked for and what rounding added. Only
+// large blocks, mapped alone, have many of the latter.
+QX_API unsigned long long block_size(void const* block);
+
 // Walks segments, bins, trees and links and compares each with the others. False if anything does
 // not fit; never changes anything. A wild link may fault.
 QX_API bool validate();

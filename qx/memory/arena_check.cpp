@@ -188,6 +188,10 @@ bool validate() {
     return is_valid(state);
 }
 
+unsigned long long block_size(void const* block) {
+    return usable_size(chunk_of(block));
+}
+
 Statistics statistics() {
     State& s = state;
     LockScope const scope(s.lock);

@@ -68,8 +68,8 @@ void free_records(Scheduler& in) {
     for (unsigned int i = 0; i < in.free_list_count(); ++i) {
         while (Task* const task = pop_list(in.free[i].task_records)) free_aligned(task);
         while (Fibre* const fibre = pop_list(in.free[i].fibres)) {
-            QX_FORGET_FRAMES(fibre->stack, fibre_stack_size);
-            QX::custom_free(fibre);
+            QX_FORGET_FRAMES(fibre->stack(), fibre_stack_size);
+            QX::custom_free(fibre->block());
         }
     }
     free_aligned(in.free);

@@ -81,15 +81,19 @@ struct Task : WaitLink {
 };
 static_assert(sizeof(Task) == 560);
 
-// A stack with its record at the upper end, so that both are in the page that is touched first.
-// Once made it is used for task after task, and never unwound.
+// What stands at the upper end of a stack, so that both are in the page that is touched first. Once
+// made it is used for task after task, and never unwound.
 struct Fibre {
-    unsigned char stack[fibre_stack_size];
     unsigned int id;
-    Fibre* next;    // in the list of idle fibres
-    void* context;  // while suspended; null: never entered
+    unsigned int offset;  // in its block
+    Fibre* next;          // in the list of idle fibres
+    void* context;        // while suspended; null: never entered
+
+    unsigned char* block() { return reinterpret_cast<unsigned char*>(this) - offset; }
+    unsigned char* stack() { return reinterpret_cast<unsigned char*>(this) - fibre_stack_size; }
 };
-static_assert(sizeof(Fibre) == 1048600);
+constexpr unsigned int fibre_block_size = fibre_stack_size + sizeof(Fibre);
+static_assert(fibre_block_size == 1048600);
 
 inline Fibre* wants_fibre() {
     return reinterpret_cast<Fibre*>(~std::uintptr_t{0});
@@ -286,6 +290,7 @@ struct Scheduler {
 
     // Each line of its own: written by all, or read by all and seldom written.
     alignas(cache_line) unsigned int sleeping_workers;  // written under all queue locks
+    bool unwoken;  // some of them were told nothing yet; written under the wake mutex
     unsigned int urgent_count;
     alignas(cache_line) unsigned int task_record_count;
     unsigned int fibre_count;

@@ -30,11 +30,13 @@ QX_ALWAYS_INLINE unsigned int route(Scheduler& in, Task const& task, int thread_
     return number < in.queue_count() ? number : shared_queue;
 }
 
-// A lone push to the pusher's own queue wakes nobody: the pusher will get to it.
+// A lone push to the pusher's own queue wakes nobody: the pusher will get to it. Nor is anyone told
+// twice: waking takes a while, in which tasks may be pushed by the hundred.
 void wake_if_needed(Scheduler& in, bool lone_own_push) {
     if (QX_LIKELY(__atomic_load_n(&in.sleeping_workers, __ATOMIC_RELAXED) == 0)) return;
-    if (lone_own_push) return;
+    if (lone_own_push || !__atomic_load_n(&in.unwoken, __ATOMIC_RELAXED)) return;
     lock_wake_mutex(in);
+    __atomic_store_n(&in.unwoken, false, __ATOMIC_RELAXED);
     wake_all(in);
     unlock_wake_mutex(in);
 }

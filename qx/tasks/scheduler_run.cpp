@@ -1,4 +1,5 @@
 // What becomes of a task: its record, its fibre, its run, and the workers that run it.
+#include "qx/memory/arena.h"
 #include "qx/tasks/fibre.h"
 #include "qx/tasks/guard_impl.h"
 #include "qx/tasks/scheduler_impl.h"
@@ -15,7 +16,7 @@ namespace {
 constexpr unsigned int pauses_between_looks = 48;
 constexpr unsigned int looks_before_sleep = 100;
 
-constexpr unsigned int colours = 32;
+constexpr unsigned int page_size = 4096;
 
 unsigned int own_free_list() {
     int const thread_id = this_thread().thread_id;
@@ -131,16 +132,12 @@ long put_to_filter(_EXCEPTION_POINTERS* pointers) {
     return filter != nullptr ? filter(pointers) : QX::continue_search;
 }
 
-// The first frame of each fibre: task after task, each handed over by the switch. The stacks lie at
-// like places of their pages, so each fibre starts a few lines off, lest all want the same ones.
+// The first frame of each fibre: task after task, each handed over by the switch.
 void run_tasks_on_fibre(void* task) {
-    unsigned int const colour = static_cast<Task*>(task)->fibre->id % colours;
-    void* const room = __builtin_alloca(colour * cache_line + 1);
-    asm volatile("" : : "r"(room));
     for (;;) {
         Task& running = *static_cast<Task*>(task);
         if (qx_guarded_call(invoke_and_destroy, &running, put_to_filter) != 0)
-            QX_FORGET_FRAMES(running.fibre->stack, fibre_stack_size);
+            QX_FORGET_FRAMES(running.fibre->stack(), fibre_stack_size);
         clear_callable(running);
         FibreMessage message = {MessageKind::finished, nullptr, nullptr};
         task =
@@ -151,7 +148,7 @@ void run_tasks_on_fibre(void* task) {
 // --- On the thread -------------------------------------------------------------------------------
 
 void make_context(Fibre& fibre) {
-    fibre.context = make_fiber(&fibre.id, fibre_stack_size, run_tasks_on_fibre);
+    fibre.context = make_fiber(&fibre, fibre_stack_size, run_tasks_on_fibre);
 }
 
 Fibre* take_fibre() {
@@ -240,6 +237,7 @@ void sleep_if_idle(Scheduler& in) {
     if (!in.is_running()) return unlock_all_queues();
     __atomic_store_n(&in.sleeping_workers, in.sleeping_workers + 1, __ATOMIC_RELAXED);
     lock_wake_mutex(in);
+    __atomic_store_n(&in.unwoken, true, __ATOMIC_RELAXED);
     unlock_all_queues();
     wait_for_wake(in);
     unlock_wake_mutex(in);
@@ -335,9 +333,28 @@ Task* make_task_record() {
     return task;
 }
 
+// Where in its block a fibre's record stands. The blocks begin at like places, so that all records
+// and first frames would want the same few lines of the caches and entries of the translation
+// buffer: where rounding has left room behind the block, each fibre goes to another page of it and
+// another line in that page's upper half, above the first frames.
+unsigned int place_fibre(unsigned char const* block, unsigned int id) {
+    auto const begin = reinterpret_cast<std::uintptr_t>(block);
+    std::uintptr_t const end = begin + QX::arena::block_size(block);
+    std::uintptr_t const first =
+        (begin + fibre_stack_size + page_size - 1) & ~std::uintptr_t{page_size - 1};
+    if (end < first + page_size) return fibre_stack_size;
+    std::uintptr_t const place = first + id % ((end - first) / page_size) * page_size;
+    std::uintptr_t const line = page_size / cache_line - 1 - id * 11 % 32;
+    return static_cast<unsigned int>(place + line * cache_line - begin);
+}
+
 Fibre* make_fibre_record(unsigned int id) {
-    auto* const fibre = static_cast<Fibre*>(QX::custom_malloc(sizeof(Fibre), QX::HEAP_GENERAL));
+    auto* const block =
+        static_cast<unsigned char*>(QX::custom_malloc(fibre_block_size, QX::HEAP_GENERAL));
+    unsigned int const offset = place_fibre(block, id);
+    auto* const fibre = reinterpret_cast<Fibre*>(block + offset);
     fibre->id = id;
+    fibre->offset = offset;
     fibre->next = nullptr;
     fibre->context = nullptr;
     return fibre;

@@ -11,6 +11,7 @@
 bool locked[QUEUES];
 byte queued[QUEUES];
 byte sleeping;
+bool unwoken;
 bool wake_mutex;
 bool waits[WORKERS];
 byte ran;
@@ -31,7 +32,11 @@ inline push(q) {
     release(q);
     if
     :: sleeping == 0 -> skip
-    :: else -> lock_mutex(); broadcast(); unlock_mutex()
+    :: else ->
+        if
+        :: unwoken -> lock_mutex(); unwoken = false; broadcast(); unlock_mutex()
+        :: else -> skip
+        fi
     fi
 }
 
@@ -96,6 +101,7 @@ proctype Worker(byte self) {
             :: q == QUEUES && running ->
                 sleeping++;
                 lock_mutex();
+                unwoken = true;
                 waits[self] = true;
                 release(1); release(0);
                 unlock_mutex();     /* waiting lets go of it: a broadcast needs it held */
