@@ -7,37 +7,18 @@
 
 #include "qx/base/windows.h"
 #include "tests/app/host.h"
-
-#include <psapi.h>
+#include "tests/harness/balance.h"
 
 #include <cstdlib>
 
 namespace {
 
 constexpr int warm_up = 2000;
-constexpr SIZE_T allowed_growth = 64 * 1024;
+constexpr unsigned long long allowed_growth = 64 * 1024;
 
 int frames_wanted() {
     char const* const text = std::getenv("QX_TEST_FRAMES");
     return text ? std::atoi(text) : 10000;
-}
-
-struct Held {
-    DWORD handles = 0;
-    DWORD user_objects = 0;
-    SIZE_T private_bytes = 0;
-};
-
-Held held() {
-    Held now;
-    GetProcessHandleCount(GetCurrentProcess(), &now.handles);
-    now.user_objects = GetGuiResources(GetCurrentProcess(), GR_USEROBJECTS);
-    PROCESS_MEMORY_COUNTERS_EX counters = {};
-    GetProcessMemoryInfo(
-        GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-        sizeof counters);
-    now.private_bytes = counters.PrivateUsage;
-    return now;
 }
 
 void run_frames(HWND hwnd, int count) {
@@ -49,7 +30,7 @@ void run_frames(HWND hwnd, int count) {
 }
 
 // The whole hour: QX_TEST_FRAMES=216000.
-TEST(Frames, leave_handles_user_objects_and_memory_as_they_were) {
+TEST(Frames, leave_handles_windows_and_memory_as_they_were) {
     test::Host host;
     ASSERT_TRUE(host.open_in_front());
     QX::Application application(QX::ApplicationInitialiser{GetModuleHandleW(nullptr)});
@@ -57,12 +38,13 @@ TEST(Frames, leave_handles_user_objects_and_memory_as_they_were) {
 
     run_frames(host.hwnd(), warm_up);
     host.handler.calls.clear();
-    Held const before = held();
+    test::Holdings const before = test::current_holdings();
     run_frames(host.hwnd(), frames_wanted());
-    Held const after = held();
+    test::Holdings const after = test::current_holdings();
 
     EXPECT_LE(after.handles, before.handles);
-    EXPECT_LE(after.user_objects, before.user_objects);
+    EXPECT_LE(after.windows, before.windows);
+    EXPECT_LE(after.blocks, before.blocks);
     EXPECT_LE(after.private_bytes, before.private_bytes + allowed_growth);
     RecordProperty("private_growth", static_cast<int>(after.private_bytes - before.private_bytes));
     QX::release_hardware_controllers();

@@ -1,11 +1,35 @@
-// main.cpp - the runner of every test program: GoogleTest, with the balance of blocks, handles and
-// threads checked after each case.
+// main.cpp - the runner of every test program: GoogleTest, with the balance of blocks, handles,
+// windows and threads checked after each case.
 #include <gtest/gtest.h>
 
+#include <new>
+
+#include "qx/base/windows.h"
+#include "qx/memory/heap.h"
+#include "qx/tasks/thread.h"
 #include "tests/harness/balance.h"
+
+namespace {
+
+// The system opens some handles at the first exception and the library one at its first
+// thread; no case shall be blamed for them.
+void warm_up() {
+    try {
+        QX::custom_malloc(~0ull, QX::HEAP_GENERAL);
+    } catch (std::bad_alloc const&) {}
+    QX::Thread thread;
+    QX::run_in_native_thread(
+        0, -1, QX::ThreadPriority::normal, [](void*) { return 0u; }, nullptr, &thread, "warm up");
+    QX::wait_for_thread(thread);
+    CloseHandle(CreateSemaphoreA(nullptr, 0, 1, "qxlibs test warm up"));
+    OutputDebugStringA("");
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new test::BalanceListener);
+    warm_up();
     return RUN_ALL_TESTS();
 }
