@@ -17,7 +17,8 @@ namespace QX {
 class AsyncIn {
 public:
     // Called on the issuing thread when a read has ended, well or not: look at `status()`. From
-    // here a new read may be issued, or the object closed or destroyed.
+    // here a new read may be issued or the object closed. It may be destroyed here as well, unless
+    // it is a `close` of the same object that waits for the read.
     using Callback = void (*)(AsyncIn& in, void* user);
 
     AsyncIn() = default;

@@ -60,12 +60,8 @@ bool FileOut::close() {
 }
 
 bool FileOut::flush() {
-    if (!file_) {
-        error_ = EINVAL;
-        return false;
-    }
     if (std::fflush(file_) == 0) return true;
-    error_ = static_cast<unsigned int>(std::ferror(file_));
+    error_ = static_cast<unsigned int>(file_ ? std::ferror(file_) : EINVAL);
     return false;
 }
 

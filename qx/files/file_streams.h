@@ -101,7 +101,7 @@ private:
 QX_API FileIn& operator>>(FileIn& file, String& text);
 
 // Writes a file through the C library's buffered stream. On a closed stream `write` gives 0 and
-// the other operations fail as the C library does for a bad argument.
+// the other operations fail as the C library does for a bad argument, but for `flush`.
 class FileOut {
 public:
     FileOut() = default;
@@ -119,7 +119,8 @@ public:
     // False if already closed (the error then stays) or if the last bytes could not be written.
     QX_API bool close();
 
-    // A success leaves the error alone.
+    // A success leaves the error alone. On a closed stream flushes every open one of the process, as
+    // the C library has it.
     QX_API bool flush();
 
     // Returns the bytes written. If that is short, the error is 38 at the end of the file, else

@@ -1,14 +1,11 @@
 #include "tests/files/late_completion.h"
 
-#include <thread>
-#include <vector>
-
 namespace test {
 
 namespace {
 
 struct Pending {
-    HANDLE file, thread;
+    HANDLE timer, file;
     void* data;
     DWORD bytes;
     OVERLAPPED* record;
@@ -16,13 +13,11 @@ struct Pending {
 };
 
 unsigned int delay;
-std::vector<std::thread> deliverers;
 
 // On the issuing thread, in an alertable wait.
-void CALLBACK complete(ULONG_PTR argument) {
-    Pending const pending = *reinterpret_cast<Pending*>(argument);
-    delete reinterpret_cast<Pending*>(argument);
-    HANDLE const event = pending.record->hEvent;
+void CALLBACK complete(void* argument, DWORD, DWORD) {
+    Pending const pending = *static_cast<Pending*>(argument);
+    delete static_cast<Pending*>(argument);
     OVERLAPPED own = {};
     own.Offset = pending.record->Offset;
     own.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -31,8 +26,7 @@ void CALLBACK complete(ULONG_PTR argument) {
     if (error == ERROR_IO_PENDING)
         error = GetOverlappedResult(pending.file, &own, &done, TRUE) ? 0 : GetLastError();
     CloseHandle(own.hEvent);
-    CloseHandle(pending.thread);
-    pending.record->hEvent = event;
+    CloseHandle(pending.timer);
     ++LateCompletion::delivered;
     pending.routine(error, done, pending.record);
 }
@@ -40,18 +34,14 @@ void CALLBACK complete(ULONG_PTR argument) {
 BOOL WINAPI read_late(
     HANDLE file, LPVOID data, DWORD bytes, LPOVERLAPPED record,
     LPOVERLAPPED_COMPLETION_ROUTINE routine) {
-    HANDLE thread = nullptr;
-    DuplicateHandle(
-        GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, 0, FALSE,
-        DUPLICATE_SAME_ACCESS);
-    auto const pending = new Pending{file, thread, data, bytes, record, routine};
+    HANDLE const timer = CreateWaitableTimerA(nullptr, TRUE, nullptr);
+    LARGE_INTEGER due;
+    due.QuadPart = -10000ll * delay;
     ++LateCompletion::begun;
-    deliverers.emplace_back([pending] {
-        Sleep(delay);
-        QueueUserAPC(complete, pending->thread, reinterpret_cast<ULONG_PTR>(pending));
-    });
+    auto const pending = new Pending{timer, file, data, bytes, record, routine};
+    BOOL const set = SetWaitableTimer(timer, &due, 0, complete, pending, FALSE);
     SetLastError(0);
-    return TRUE;
+    return set;
 }
 
 }  // namespace
@@ -62,11 +52,6 @@ unsigned int LateCompletion::delivered;
 LateCompletion::LateCompletion(unsigned int delay_ms) : stand_in_("ReadFileEx", read_late) {
     delay = delay_ms;
     begun = delivered = 0;
-}
-
-LateCompletion::~LateCompletion() {
-    for (std::thread& deliverer : deliverers) deliverer.join();
-    std::vector<std::thread>().swap(deliverers);
 }
 
 }  // namespace test

@@ -1,5 +1,5 @@
-// late_completion.h - a stand-in for ReadFileEx that really reads at once, but lets the completion
-// arrive only after a while, from another thread, as a procedure call on the issuing thread.
+// late_completion.h - a stand-in for ReadFileEx whose completion arrives only after a while, as a
+// procedure call on the issuing thread.
 #pragma once
 
 #include "qx/base/windows.h"
@@ -11,7 +11,6 @@ namespace test {
 class LateCompletion {
 public:
     explicit LateCompletion(unsigned int delay_ms);
-    ~LateCompletion();
 
     bool found() const { return stand_in_.found(); }
 

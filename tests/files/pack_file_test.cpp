@@ -9,135 +9,102 @@
 #include <string>
 
 #include "tests/files/late_completion.h"
-#include "tests/harness/pack_builder.h"
 #include "tests/harness/failing_allocation.h"
-#include "tests/harness/stand_in.h"
+#include "tests/harness/pack_builder.h"
 #include "tests/harness/temp_folder.h"
 
 namespace {
 
-using QX::AsyncPackFile;
 using QX::MemPackFile;
-using test::build_pack;
 using test::PackRecipe;
+using Contents = std::map<std::string, std::string>;
 
-PackRecipe three_files() {
+PackRecipe three_files(unsigned short key = 0) {
     PackRecipe recipe;
     recipe.entries = {{"maps\\one.txt", "first"}, {"empty", ""}, {"b", std::string(700, 'B')}};
+    recipe.key = key;
     return recipe;
 }
 
-std::map<std::string, std::string> map_of(PackRecipe const& recipe) {
-    return {recipe.entries.begin(), recipe.entries.end()};
+alignas(4096) char sectors[4096];
+
+std::string bytes_of(MemPackFile const& pack, char const* name) {
+    return std::string(pack.data(name), pack.size(name));
 }
 
-struct alignas(4096) Memory {
-    char bytes[4096] = {};
+// By one synchronous read.
+std::string bytes_of(QX::AsyncPackFile const& pack, char const* name) {
+    unsigned int const size = pack.size(name), whole = (size + 511) / 512 * 512;
+    auto& reader = const_cast<QX::AsyncPackFile&>(pack);
+    EXPECT_TRUE(!whole || reader.read(sectors, name, 0, whole, nullptr, nullptr));
+    return std::string(sectors, size);
+}
+
+// Name to bytes, as the pack's own enumeration and look-ups tell.
+template <typename Pack>
+Contents contents(Pack const& pack) {
+    Contents found;
+    pack.enumerate(
+        [](Pack const& in, char const* name, unsigned int offset, unsigned int size, void* user) {
+            EXPECT_TRUE(in.info(name)->offset == offset && in.size(name) == size);
+            EXPECT_TRUE(static_cast<Contents*>(user)->emplace(name, bytes_of(in, name)).second);
+        },
+        &found);
+    return found;
+}
+
+class AsyncPackFile : public testing::Test {
+protected:
+    char const* write(PackRecipe const& recipe) { return write(test::build_pack(recipe)); }
+    char const* write(std::string const& bytes) {
+        path_ = folder_.write("p", bytes);
+        return path_.c_str();
+    }
+
+    test::TempFolder folder_;
+    std::string path_;
 };
 
-// Name to bytes, as the pack's own enumeration and data tell.
-std::map<std::string, std::string> contents(MemPackFile const& pack) {
-    std::map<std::string, std::string> found;
-    pack.enumerate(
-        [](MemPackFile const& in, char const* name, unsigned int offset, unsigned int size,
-           void* user) {
-            EXPECT_EQ(in.info(name)->offset, offset);
-            EXPECT_EQ(in.size(name), size);
-            auto& map = *static_cast<std::map<std::string, std::string>*>(user);
-            EXPECT_TRUE(map.emplace(name, std::string(in.data(name), size)).second);
-        },
-        &found);
-    return found;
-}
-
-// The same by one synchronous read an entry.
-std::map<std::string, std::string> contents(AsyncPackFile& pack) {
-    std::map<std::string, std::string> found;
-    pack.enumerate(
-        [](AsyncPackFile const& in, char const* name, unsigned int, unsigned int size, void* user) {
-            static Memory memory;
-            auto& reader = const_cast<AsyncPackFile&>(in);
-            unsigned int const whole = (size + 511) / 512 * 512;
-            if (whole) {
-                EXPECT_TRUE(reader.read(memory.bytes, name, 0, whole, nullptr, nullptr));
-                EXPECT_EQ(in.status(), QX::FILE_OK);
-            }
-            auto& map = *static_cast<std::map<std::string, std::string>*>(user);
-            EXPECT_TRUE(map.emplace(name, std::string(memory.bytes, size)).second);
-        },
-        &found);
-    return found;
-}
-
 template <typename Pack>
-class BothPacks : public testing::Test {};
-using PackTypes = testing::Types<AsyncPackFile, MemPackFile>;
+class BothPacks : public AsyncPackFile {};
+using PackTypes = testing::Types<QX::AsyncPackFile, MemPackFile>;
 TYPED_TEST_SUITE(BothPacks, PackTypes);
 
 TYPED_TEST(BothPacks, give_every_entry_by_its_exact_name) {
-    test::TempFolder folder;
     for (unsigned short const key : {0, 1, 0xFFFF}) {
-        PackRecipe recipe = three_files();
-        recipe.key = key;
+        PackRecipe const recipe = three_files(key);
         TypeParam pack;
-        ASSERT_TRUE(pack.open(folder.write("p", build_pack(recipe)).c_str(), key));
-        EXPECT_EQ(pack.count(), 3u);
-        EXPECT_EQ(pack.aligned(), 512u);
-        EXPECT_EQ(contents(pack), map_of(recipe));
-        EXPECT_EQ(pack.size("b"), 700u);
+        ASSERT_TRUE(pack.open(this->write(recipe), key));
+        EXPECT_TRUE(pack.count() == 3 && pack.aligned() == 512);
+        EXPECT_EQ(contents(pack), Contents(recipe.entries.begin(), recipe.entries.end()));
         EXPECT_EQ(pack.size("B"), 0xFFFFFFFFu);
         EXPECT_FALSE(pack.contains("maps/one.txt"));
-        EXPECT_TRUE(pack.close());
-        EXPECT_EQ(pack.info("b"), nullptr);
-        EXPECT_EQ(pack.count(), 0u);
+        EXPECT_TRUE(pack.close() && pack.info("b") == nullptr && pack.count() == 0);
     }
 }
 
 TYPED_TEST(BothPacks, open_an_empty_pack_and_close_it_well) {
-    test::TempFolder folder;
-    std::string const path = folder.write("p", build_pack({.entries = {}, .pad_end = false}));
+    PackRecipe recipe;
+    recipe.pad_end = false;
     TypeParam pack;
-    ASSERT_TRUE(pack.open(path.c_str(), 0));
-    EXPECT_EQ(pack.count(), 0u);
-    EXPECT_FALSE(pack.contains(""));
-    ASSERT_TRUE(pack.open(path.c_str(), 0));
-    EXPECT_TRUE(pack.close());
+    ASSERT_TRUE(pack.open(this->write(recipe), 0) && pack.open(this->path_.c_str(), 0));
+    EXPECT_TRUE(pack.count() == 0 && !pack.contains("") && pack.close());
 }
 
 TYPED_TEST(BothPacks, of_equal_names_the_last_wins) {
-    test::TempFolder folder;
     PackRecipe recipe;
     recipe.entries = {{"a", "old"}, {"b", "x"}, {"a", "newer"}};
     TypeParam pack;
-    ASSERT_TRUE(pack.open(folder.write("p", build_pack(recipe)).c_str(), 0));
-    EXPECT_EQ(pack.count(), 2u);
-    EXPECT_EQ(pack.info("a")->offset, 1536u);
-    EXPECT_EQ(pack.size("a"), 5u);
+    ASSERT_TRUE(pack.open(this->write(recipe), 0));
+    EXPECT_TRUE(pack.count() == 2 && pack.info("a")->offset == 1536 && pack.size("a") == 5);
 }
 
-TYPED_TEST(BothPacks, refuse_what_is_no_whole_pack) {
-    test::TempFolder folder;
-    std::string const good = build_pack(three_files());
-    auto const opens = [&](std::string const& bytes, unsigned short key = 0) {
-        TypeParam pack;
-        bool const opened = pack.open(folder.write("p", bytes).c_str(), key);
-        EXPECT_TRUE(opened || (!pack.table() && !pack.names()));
-        return opened;
-    };
-    EXPECT_FALSE(opens(good, 7));
-    for (char const* start : {"pAK2", "PAC2", "PAK3", "PAK/", "PAK\xB2"})
-        EXPECT_FALSE(opens(start + good.substr(4))) << start;
-    // Everything before the end of the last entry's bytes has to be there.
-    for (std::size_t size = 0; size < 1024 + 700; size += size < 64 ? 1 : 61)
-        EXPECT_FALSE(opens(good.substr(0, size))) << size;
-    EXPECT_TRUE(opens(good.substr(0, 1024 + 700)));
-}
-
-// Whatever is opened keeps its promises: entries inside the file, names that are found again.
+// Whatever is opened keeps its promises: entries inside the file, names that are found again; what
+// is not keeps no table.
 template <typename Pack>
-bool keeps_its_promises(std::string const& path, unsigned long long file_size) {
+bool opens_well(char const* path, unsigned long long file_size) {
     Pack pack;
-    if (!pack.open(path.c_str(), 0)) return false;
+    if (!pack.open(path, 0)) return pack.table() || pack.names();
     for (QX::PackTable::Slot const& slot : *pack.table()) {
         if (!slot.name) continue;
         EXPECT_EQ(pack.info(slot.name), &slot.entry);
@@ -147,15 +114,24 @@ bool keeps_its_promises(std::string const& path, unsigned long long file_size) {
     return true;
 }
 
+TYPED_TEST(BothPacks, refuse_what_is_no_whole_pack) {
+    std::string const good = test::build_pack(three_files());
+    EXPECT_FALSE(TypeParam().open(this->write(good), 7));
+    for (char const* start : {"pAK2", "PAC2", "PAK3", "PAK/", "PAK\xB2"})
+        EXPECT_FALSE(TypeParam().open(this->write(start + good.substr(4)), 0)) << start;
+    // Everything before the end of the last entry's bytes has to be there.
+    for (std::size_t size = 0; size < 1024 + 700; size += size < 64 ? 1 : 61)
+        EXPECT_FALSE(opens_well<TypeParam>(this->write(good.substr(0, size)), size)) << size;
+    EXPECT_TRUE(opens_well<TypeParam>(this->write(good.substr(0, 1024 + 700)), 1024 + 700));
+}
+
 TYPED_TEST(BothPacks, bear_every_change_of_one_byte_in_the_index) {
-    test::TempFolder folder;
-    std::string const good = build_pack(three_files());
     unsigned int opened = 0;
     for (std::size_t at = 0; at < 16 + 21 + 12; ++at) {
         for (int const change : {0x01, 0x40, 0x80, 0xFF}) {
-            std::string bytes = good;
+            std::string bytes = test::build_pack(three_files());
             bytes[at] = static_cast<char>(bytes[at] ^ change);
-            opened += keeps_its_promises<TypeParam>(folder.write("p", bytes), bytes.size());
+            opened += opens_well<TypeParam>(this->write(bytes), bytes.size());
         }
     }
     EXPECT_GT(opened, 21u);   // most changes of names
@@ -163,35 +139,28 @@ TYPED_TEST(BothPacks, bear_every_change_of_one_byte_in_the_index) {
 }
 
 TYPED_TEST(BothPacks, come_out_closed_when_memory_runs_out) {
-    test::TempFolder folder;
     for (unsigned short const key : {0, 9}) {
-        PackRecipe recipe = three_files();
-        recipe.key = key;
-        std::string const path = folder.write("p", build_pack(recipe));
+        char const* const path = this->write(three_files(key));
         bool fired = true;
         for (unsigned int nth = 1; fired; ++nth) {
             TypeParam pack;
             test::FailingAllocation const failing(nth);
-            bool const opened = pack.open(path.c_str(), key);
+            bool const opened = pack.open(path, key);
             fired = failing.fired();
-            EXPECT_EQ(opened, !fired);
-            EXPECT_EQ(pack.table() != nullptr, opened);
+            EXPECT_TRUE(opened == !fired && opened == (pack.table() != nullptr));
         }
     }
 }
 
-TEST(AsyncPackFile, opens_wide_names_and_the_mapped_pack_refuses_them) {
-    test::TempFolder folder;
+TEST_F(AsyncPackFile, opens_wide_names_and_the_mapped_pack_refuses_them) {
     for (unsigned short const key : {0, 77}) {
-        PackRecipe recipe = three_files();
+        PackRecipe recipe = three_files(key);
         recipe.version = '1';
-        recipe.key = key;
         for (char c = 'a'; c <= 'z'; ++c) recipe.entries.emplace_back(std::string(2999, c), "x");
-        std::string const path = folder.write("p", build_pack(recipe));
-        AsyncPackFile pack;
-        ASSERT_TRUE(pack.open(path.c_str(), key));
-        EXPECT_EQ(contents(pack), map_of(recipe));
-        EXPECT_FALSE(MemPackFile().open(path.c_str(), key));
+        QX::AsyncPackFile pack;
+        ASSERT_TRUE(pack.open(write(recipe), key));
+        EXPECT_EQ(contents(pack), Contents(recipe.entries.begin(), recipe.entries.end()));
+        EXPECT_FALSE(MemPackFile().open(path_.c_str(), key));
     }
 }
 
@@ -203,32 +172,25 @@ BOOL WINAPI tell_sector_size(LPCSTR, LPDWORD a, LPDWORD size, LPDWORD b, LPDWORD
     return sector_size != 0;
 }
 
-TEST(AsyncPackFile, tests_its_alignment_against_the_drives_sectors) {
+TEST_F(AsyncPackFile, tests_its_alignment_against_the_drives_sectors) {
     struct Row {
         char version;
         unsigned int alignment;
         DWORD sector;
         bool opens;
     };
+    constexpr Row rows[] = {{'2', 4096, 512, true}, {'2', 512, 4096, false}, {'2', 1, 512, false},
+                            {'0', 1, 1, false},     {'2', 8, 1, true},       {'2', 512, 0, false}};
     test::StandIn const disk("GetDiskFreeSpaceA", tell_sector_size);
-    test::TempFolder folder;
-    for (Row const& row :
-         {Row{'2', 4096, 512, true},
-          {'2', 512, 4096, false},
-          {'2', 1, 512, false},
-          {'0', 1, 512, false},
-          {'0', 1, 1, false},
-          {'2', 8, 1, true},
-          {'2', 512, 0, false}}) {
+    for (Row const& row : rows) {
         sector_size = row.sector;
         std::fill_n(QX::AsyncInPlatform::alignments, 27, 0);
         PackRecipe recipe = three_files();
         recipe.version = row.version;
         recipe.alignment = row.alignment;
-        std::string const path = folder.write("p", build_pack(recipe));
-        EXPECT_EQ(AsyncPackFile().open(path.c_str(), 0), row.opens)
+        EXPECT_EQ(QX::AsyncPackFile().open(write(recipe), 0), row.opens)
             << row.version << row.alignment << " " << row.sector;
-        EXPECT_EQ(MemPackFile().open(path.c_str(), 0), row.version == '2');
+        EXPECT_EQ(MemPackFile().open(path_.c_str(), 0), row.version == '2');
     }
 }
 
@@ -237,52 +199,12 @@ struct Seen {
     char* next = nullptr;
 };
 
-void note(AsyncPackFile& pack, void* user) {
+void note(QX::AsyncPackFile& pack, void* user) {
     auto& seen = *static_cast<Seen*>(user);
     ++seen.calls;
-    EXPECT_EQ(pack.pending_callback(), nullptr);
-    EXPECT_TRUE(pack.contains("b"));
+    EXPECT_TRUE(pack.pending_callback() == nullptr && pack.contains("b"));
     char* const next = std::exchange(seen.next, nullptr);
     EXPECT_TRUE(!next || pack.read(next, "b", 512, 512, note, user));
-}
-
-TEST(AsyncPackFile, refuses_a_second_read_and_does_not_disturb_the_first) {
-    test::TempFolder folder;
-    AsyncPackFile pack;
-    ASSERT_TRUE(pack.open(folder.write("p", build_pack(three_files())).c_str(), 0));
-    test::LateCompletion const late(30);
-    Memory first, second;
-    Seen seen, other;
-    ASSERT_TRUE(pack.read(first.bytes, "b", 0, 512, note, &seen));
-    EXPECT_FALSE(pack.read(second.bytes, "b", 0, 512, note, &other));
-    EXPECT_FALSE(pack.read(second.bytes, 0, 512, nullptr, nullptr));
-    EXPECT_EQ(pack.status(), QX::FILE_PENDING);
-    while (seen.calls == 0) SleepEx(100, TRUE);
-    EXPECT_EQ(other.calls, 0u);
-    EXPECT_EQ(late.begun, 1u);
-    EXPECT_EQ(std::string(first.bytes, 512), std::string(512, 'B'));
-    EXPECT_EQ(second.bytes[0], 0);
-    EXPECT_FALSE(pack.read(second.bytes, "absent", 0, 512, note, &other));
-}
-
-TEST(AsyncPackFile, close_returns_after_the_callback_and_the_read_that_it_started) {
-    test::TempFolder folder;
-    std::string const path = folder.write("p", build_pack(three_files()));
-    for (bool const by_destructor : {false, true}) {
-        test::LateCompletion const late(20);
-        Memory memory;
-        Seen seen;
-        seen.next = memory.bytes + 512;
-        {
-            AsyncPackFile pack;
-            ASSERT_TRUE(pack.open(path.c_str(), 0));
-            ASSERT_TRUE(pack.read(memory.bytes, "b", 0, 512, note, &seen));
-            EXPECT_TRUE(by_destructor || pack.close());
-        }
-        EXPECT_EQ(seen.calls, 2u);
-        EXPECT_EQ(late.delivered, 2u);
-        EXPECT_EQ(std::string(memory.bytes, 700), std::string(700, 'B'));
-    }
 }
 
 BOOL WINAPI refuse(HANDLE, LPVOID, DWORD, LPOVERLAPPED, LPOVERLAPPED_COMPLETION_ROUTINE) {
@@ -290,29 +212,52 @@ BOOL WINAPI refuse(HANDLE, LPVOID, DWORD, LPOVERLAPPED, LPOVERLAPPED_COMPLETION_
     return FALSE;
 }
 
-TEST(AsyncPackFile, closes_after_a_read_that_the_system_refused) {
-    test::TempFolder folder;
-    AsyncPackFile pack;
-    ASSERT_TRUE(pack.open(folder.write("p", build_pack(three_files())).c_str(), 0));
-    Memory memory;
-    Seen seen;
+TEST_F(AsyncPackFile, refuses_a_second_read_and_does_not_disturb_the_first) {
+    QX::AsyncPackFile pack;
+    ASSERT_TRUE(pack.open(write(three_files()), 0));
+    Seen seen, other;
+    {
+        test::LateCompletion const late(30);
+        ASSERT_TRUE(pack.read(sectors, "b", 0, 512, note, &seen));
+        EXPECT_FALSE(pack.read(sectors + 512, "b", 0, 512, note, &other));
+        EXPECT_FALSE(pack.read(sectors + 512, 0, 512, nullptr, nullptr));
+        EXPECT_EQ(pack.status(), QX::FILE_PENDING);
+        while (seen.calls == 0) SleepEx(100, TRUE);
+        EXPECT_EQ(late.begun, 1u);
+    }
+    EXPECT_EQ(std::string(sectors, 512), std::string(512, 'B'));
+    EXPECT_FALSE(pack.read(sectors, "absent", 0, 512, note, &other));
     test::StandIn const read("ReadFileEx", refuse);
-    EXPECT_FALSE(pack.read(memory.bytes, "b", 1, 2, note, &seen));
+    EXPECT_FALSE(pack.read(sectors, "b", 1, 2, note, &other));
     EXPECT_EQ(pack.status(), QX::FILE_INVALID_PARAMETER);
-    EXPECT_TRUE(pack.close());
-    EXPECT_EQ(seen.calls, 0u);
+    EXPECT_TRUE(pack.close() && other.calls == 0);
 }
 
-TEST(MemPackFile, points_into_its_mapping_and_stands_behind_its_index) {
-    test::TempFolder folder;
-    PackRecipe recipe = three_files();
-    recipe.alignment = 1;
+TEST_F(AsyncPackFile, close_returns_after_the_callback_and_the_read_that_it_started) {
+    for (bool const by_destructor : {false, true}) {
+        test::LateCompletion const late(20);
+        Seen seen = {0, sectors + 512};
+        {
+            QX::AsyncPackFile pack;
+            ASSERT_TRUE(pack.open(write(three_files()), 0));
+            ASSERT_TRUE(pack.read(sectors, "b", 0, 512, note, &seen));
+            EXPECT_TRUE(by_destructor || pack.close());
+        }
+        EXPECT_TRUE(seen.calls == 2 && late.delivered == 2);
+        EXPECT_EQ(std::string(sectors, 700), std::string(700, 'B'));
+    }
+}
+
+// The example of docs/formats/pack.md, byte by byte.
+TEST_F(AsyncPackFile, opens_the_example_of_the_formats_page) {
+    std::string const bytes(
+        "PAK2\x04\0\0\0\x02\0\0\0\x10\0\0\0"
+        "a\0b\0\x25\0\0\0\x33\0\0\0\0\0\0\0"
+        "hello\0\0\0\0\0\0\0\0\0\0\0xyz",
+        51);
     MemPackFile pack;
-    ASSERT_TRUE(pack.open(folder.write("p", build_pack(recipe)).c_str(), 0));
-    EXPECT_EQ(pack.names(), pack.first() + 16);
-    EXPECT_EQ(pack.tell(), 16u + 21 + 12);
-    EXPECT_EQ(pack.data("maps\\one.txt"), pack.pos());
-    EXPECT_EQ(pack.data("absent"), nullptr);
+    ASSERT_TRUE(pack.open(write(bytes), 0));
+    EXPECT_EQ(contents(pack), (Contents{{"a", "hello"}, {"b", "xyz"}}));
 }
 
 }  // namespace

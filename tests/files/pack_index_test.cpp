@@ -66,48 +66,35 @@ std::vector<PlainSlot> plain_table(
     return slots;
 }
 
-struct Index {
+// Checks a random index of `count` names against the plain table.
+void expect_same_slots(test::Random& random, unsigned int count, unsigned int length_max) {
     QX::PackHeader header;
+    header.count = count;
+    header.alignment = 1u << random.below(10);
     std::string names;
-    std::vector<unsigned int> ends;
-    unsigned long long file_size = 0;
-};
-
-Index random_index(test::Random& random, unsigned int count, unsigned int length_max) {
-    Index index;
-    index.header.count = count;
-    index.header.alignment = 1u << random.below(10);
     unsigned int const letters = 2 + random.below(3);
-    for (unsigned int i = 0; i < count; ++i) {
+    for (unsigned int i = 0; i < count; ++i, names += '\0') {
         for (unsigned int n = random.below(length_max + 1); n; --n)
-            index.names += "ab\xF0z"[random.below(letters)];
-        index.names += '\0';
+            names += "ab\xF0z"[random.below(letters)];
     }
-    index.header.name_size = static_cast<unsigned int>(index.names.size());
-    auto position = static_cast<unsigned int>(index.header.index_size());
-    for (unsigned int i = 0; i < count; ++i) {
-        position = static_cast<unsigned int>(
-            QX::pack_round_up(position, index.header.alignment) + random.below(3000));
-        index.ends.push_back(position);
-    }
-    index.file_size = position;
-    return index;
-}
-
-void expect_same_slots(Index const& index) {
-    Table const table(PackTable::create(index.header.count));
-    ASSERT_TRUE(table->fill(index.header, index.names.data(), index.ends.data(), index.file_size));
-    auto const plain = plain_table(
-        index.names, index.ends, index.header.alignment,
-        static_cast<unsigned int>(index.header.index_size()));
+    header.name_size = static_cast<unsigned int>(names.size());
+    auto const start = static_cast<unsigned int>(header.index_size());
+    std::vector<unsigned int> ends(1, start);
+    for (unsigned int i = 0; i < count; ++i)
+        ends.push_back(
+            static_cast<unsigned int>(QX::pack_round_up(ends.back(), header.alignment)) +
+            random.below(3000));
+    ends.erase(ends.begin());
+    Table const table(PackTable::create(count));
+    ASSERT_TRUE(table->fill(header, names.data(), ends.data(), ends.empty() ? start : ends.back()));
+    auto const plain = plain_table(names, ends, header.alignment, start);
     ASSERT_EQ(table->slot_count(), plain.size());
     unsigned int used = 0;
     for (std::size_t i = 0; i < plain.size(); ++i) {
         PackTable::Slot const& slot = table->begin()[i];
-        ASSERT_EQ(slot.name != nullptr, plain[i].name != nullptr) << i;
+        ASSERT_STREQ(slot.name, plain[i].name) << i;
         if (!slot.name) continue;
         ++used;
-        ASSERT_STREQ(slot.name, plain[i].name);
         ASSERT_EQ(slot.entry.offset, plain[i].offset);
         ASSERT_EQ(slot.entry.size, plain[i].size);
         ASSERT_EQ(table->find(std::string(slot.name).c_str()), &slot.entry);
@@ -119,23 +106,10 @@ void expect_same_slots(Index const& index) {
 TEST(PackTable, fills_the_very_slots_that_plain_probing_fills) {
     test::Random random(3);
     for (unsigned int count = 0; count < 40; ++count) {
-        for (unsigned int length_max : {1u, 3u, 40u})
-            expect_same_slots(random_index(random, count, length_max));
+        for (unsigned int length_max : {1u, 3u, 40u}) expect_same_slots(random, count, length_max);
     }
-    expect_same_slots(random_index(random, 3000, 9));
-    expect_same_slots(random_index(random, 3000, 30));
-}
-
-TEST(PackTable, probes_wrap_past_the_end_of_the_array) {
-    // Seven slots; all three homes are slot 6, so the second and third name wrap.
-    std::string const names("\x06\0\x0D\0\x14\0", 6);
-    unsigned int const ends[] = {40, 40, 41};
-    Table const table(PackTable::create(3));
-    ASSERT_TRUE(table->fill({'2', 6, 3, 1}, names.data(), ends, 41));
-    EXPECT_EQ(table->find("\x06"), &table->begin()[6].entry);
-    EXPECT_EQ(table->find("\x0D"), &table->begin()[0].entry);
-    EXPECT_EQ(table->find("\x14"), &table->begin()[1].entry);
-    EXPECT_EQ(table->find("\x1B"), nullptr);
+    expect_same_slots(random, 3000, 9);
+    expect_same_slots(random, 3000, 30);
 }
 
 TEST(PackTable, keeps_to_its_names_at_the_very_end_of_memory) {
@@ -166,10 +140,8 @@ TEST(PackTable, refuses_entries_that_do_not_fit_the_file_or_32_bits) {
         {1, 30, 29, 30, false},       // ends before it starts
         {512, 600, 1024, 600, true},  // empty, at the rounded-up end of the file
         {512, 600, 1023, 2000, false},
-        {512, 600, 1025, 1024, false},
         {512, 0xFFFFFF00, 0xFFFFFFFF, 1ull << 33, false},  // would start at 4 GiB
         {1, 0xFFFFFF00, 0xFFFFFFFF, 1ull << 33, true},
-        {0x80000000, 0x80000000, 0x80000001, 0x80000001, true},
     };
     for (Row const& row : rows) {
         unsigned int const ends[] = {row.first_end, row.second_end};
