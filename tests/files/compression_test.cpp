@@ -162,28 +162,21 @@ TEST(Scrambling, is_undone_in_pieces_and_in_place_and_leaves_the_tail) {
         test::Guarded const source(text.data(), size), dest(size);
         char *const from = source.data(), *const to = dest.data(), *const middle = to + border;
         unsigned long long const first = random.chance(3) ? 0 : random.next();
-        unsigned long long state = 0, plain_state = 0;
-        ASSERT_EQ(QX::encrypt(from, from + size, to, first, state), to + whole);
-        ASSERT_TRUE(
-            state != 0 &&
-            std::string(to + whole, size - whole).find_first_not_of('\0') == text.npos);
-        ASSERT_TRUE(whole == 0 || std::string(to, whole) != text.substr(0, whole));
+        unsigned long long state = 77, plain_state = 77;
+        ASSERT_EQ(QX::encrypt(from, from + size % 8, to, first, state), to);
+        ASSERT_EQ(QX::encrypt(from, from + size, to, state, state), to + whole);
+        std::string const scrambled(to, size), tail(size - whole, '\0');
+        ASSERT_TRUE(state != 0 && scrambled.substr(whole) == tail);
+        ASSERT_TRUE(whole == 0 || scrambled.substr(0, whole) != text.substr(0, whole));
         QX::decrypt(to, middle, to, first, plain_state);
         ASSERT_EQ(QX::decrypt(middle, to + size, middle, plain_state, plain_state), to + whole);
-        ASSERT_EQ(plain_state, state);
+        ASSERT_TRUE(plain_state == state && std::string(to, whole) == text.substr(0, whole));
+        if (first) continue;
+        ASSERT_EQ(QX::encrypt(from, from + size, to), to + whole);
+        ASSERT_EQ(std::string(to, size), scrambled);
+        ASSERT_EQ(QX::decrypt(to, to + size, to), to + whole);
         ASSERT_EQ(std::string(to, whole), text.substr(0, whole));
     }
-}
-
-TEST(Scrambling, begins_with_the_fixed_state_for_0_even_behind_an_empty_range) {
-    char text[] = "sixteen letters!", short_form[17] = {}, by_0[17] = {};
-    unsigned long long state = 77;
-    QX::encrypt(text, text + 16, short_form);
-    EXPECT_EQ(QX::encrypt(text, text + 7, by_0, 0, state), by_0);
-    QX::encrypt(text, text + 16, by_0, state, state);
-    EXPECT_STREQ(by_0, short_form);
-    EXPECT_EQ(QX::decrypt(by_0, by_0 + 16, by_0), by_0 + 16);
-    EXPECT_STREQ(by_0, text);
 }
 
 TEST(Scrambling, by_position_is_one_function_that_any_part_may_go_through) {

@@ -4,7 +4,7 @@
 
 #include "qx/base/windows.h"
 
-#include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <string>
@@ -17,7 +17,6 @@
 namespace {
 
 using QX::FileChangeNotification;
-using QX::String;
 using QX::UniString;
 
 constexpr DWORD patience_ms = 5000, step_ms = 100;
@@ -29,25 +28,11 @@ bool comes_true(Condition condition) {
 }
 
 std::mutex guard;
-std::vector<HANDLE> watched;        // once a call
-std::vector<std::string> notified;  // what subscribers got
-unsigned int starts;
-bool is_overflowing;
+std::vector<HANDLE> watched;  // once a call
+std::string notified;         // what subscribers got, each with a '|' behind it
+std::atomic<unsigned int> starts;
+std::atomic<bool> is_overflowing;
 void* real_changes;
-
-void count_start() {
-    std::lock_guard const hold(guard);
-    ++starts;
-}
-
-void must_not_run() {
-    ADD_FAILURE();
-}
-
-void note_name(UniString const& name, void*) {
-    std::lock_guard const hold(guard);
-    notified.emplace_back(name.begin(), name.end());
-}
 
 BOOL WINAPI changes(
     HANDLE folder, LPVOID buffer, DWORD size, BOOL subtree, DWORD filter, LPDWORD bytes,
@@ -56,8 +41,8 @@ BOOL WINAPI changes(
     {
         std::lock_guard const hold(guard);
         watched.push_back(folder);
-        if (std::exchange(is_overflowing, false)) return TRUE;
     }
+    if (is_overflowing.exchange(false)) return TRUE;
     return reinterpret_cast<decltype(&ReadDirectoryChangesW)>(real_changes)(
         folder, buffer, size, subtree, filter, bytes, record, routine);
 }
@@ -69,7 +54,7 @@ std::size_t waits() {
 
 bool was_notified(std::string const& name) {
     std::lock_guard const hold(guard);
-    return std::find(notified.begin(), notified.end(), name) != notified.end();
+    return notified.find(name + "|") != notified.npos;
 }
 
 // Ends the watches of its case by cancelling their system calls.
@@ -89,6 +74,10 @@ protected:
         QX::SearchPathCollection("").monitor(path.c_str());
     }
 
+    static void register_callbacks() {
+        FileChangeNotification::register_thread_callbacks([] { ++starts; }, [] { ADD_FAILURE(); });
+    }
+
     // The first change may come before the system looks.
     bool notices(char const* name) const {
         return comes_true([&] { return was_notified(folder_.write(name, "x")); });
@@ -105,7 +94,7 @@ TEST_F(FileWatch, waits_for_callbacks_and_then_starts_each_folder_once) {
     Sleep(step_ms);
     EXPECT_EQ(waits(), 0u);
     for (int time = 0; time < 2; ++time) {
-        FileChangeNotification::register_thread_callbacks(count_start, must_not_run);
+        register_callbacks();
         EXPECT_TRUE(comes_true([] { return waits() == 2; }));
         Sleep(step_ms);
     }
@@ -115,28 +104,31 @@ TEST_F(FileWatch, waits_for_callbacks_and_then_starts_each_folder_once) {
 TEST_F(FileWatch, a_missing_folder_is_not_watched_and_not_retried) {
     std::string const late = folder_.file("late\\");
     monitor(late);
-    FileChangeNotification::register_thread_callbacks(count_start, must_not_run);
+    register_callbacks();
     CreateDirectoryA(late.c_str(), nullptr);
-    FileChangeNotification::register_thread_callbacks(count_start, must_not_run);
+    register_callbacks();
     Sleep(step_ms);
     EXPECT_EQ(waits() + starts, 0u);
-}
-
-TEST_F(FileWatch, does_without_a_start_callback) {
-    monitor(folder_.path());
     FileChangeNotification::register_thread_callbacks(nullptr, nullptr);
+    monitor(folder_.path());
+    FileChangeNotification::register_thread_callbacks(nullptr, nullptr);  // is not called
     EXPECT_TRUE(comes_true([] { return waits() == 1; }));
 }
 
 // An overflow is one change without a name.
 TEST_F(FileWatch, notices_changes_in_the_whole_tree_and_tells_no_public_subscriber) {
-    String const path = folder_.path().c_str();
     QX::QXFileChangeWatcher::init();
-    QX::QXFileChangeWatcher::subscribe_file_change(path, nullptr);
-    QX::QXFileChangeWatcher::subscribe_file_change(path, [](String const&) { ADD_FAILURE(); });
+    QX::QXFileChangeWatcher::subscribe_file_change("x", nullptr);
+    QX::QXFileChangeWatcher::subscribe_file_change(
+        folder_.path().c_str(), [](QX::String const&) { ADD_FAILURE(); });
     is_overflowing = true;
-    FileChangeNotification::subscribe(note_name, nullptr);
-    FileChangeNotification::register_thread_callbacks(count_start, must_not_run);
+    FileChangeNotification::subscribe(
+        [](UniString const& name, void*) {
+            std::lock_guard const hold(guard);
+            notified.append(name.begin(), name.end()).append("|");
+        },
+        nullptr);
+    register_callbacks();
     monitor(folder_.path());
     EXPECT_TRUE(comes_true([&] { return was_notified(folder_.path()); }));
     EXPECT_TRUE(notices("new"));

@@ -23,14 +23,11 @@ static_assert(sizeof(MemBuffer) == 24 && sizeof(TestMemBuffer) == 24 && sizeof(M
 TEST(MemBuffer, a_transfer_that_is_cut_short_shows_in_the_count_alone) {
     test::Guarded const block(10);
     MemBuffer buffer(block.data(), 10);
-    EXPECT_EQ(buffer.write("abcdef", 6), 6u);
-    EXPECT_EQ(buffer.status(), QX::FILE_OK);
-    EXPECT_EQ(buffer.write("0123456789", 10), 4u);
-    EXPECT_EQ(buffer.status(), QX::FILE_END_OF_FILE);
-    EXPECT_EQ(std::string(block.data(), 10), "abcdef0123");
+    EXPECT_TRUE(buffer.write("abcdef", 6) == 6 && buffer.status() == QX::FILE_OK);
+    EXPECT_TRUE(buffer.write("0123456789", 10) == 4 && buffer.status() == QX::FILE_END_OF_FILE);
     char out[8] = {};
-    EXPECT_TRUE(buffer.seek(-3) && buffer.read(out, 8) == 3);
-    EXPECT_STREQ(out, "123");
+    EXPECT_TRUE(buffer.seek(-10) && buffer.read(out, 7) == 7 && buffer.read(out, 8) == 3);
+    EXPECT_STREQ(out, "123def0");
 }
 
 template <typename Buffer>
@@ -61,6 +58,7 @@ void expect_moves(T... values) {
     (counted >> ... >> values);
     EXPECT_EQ(out.tell(), (sizeof values + ...));
     EXPECT_EQ(counted.tell(), 2 * out.tell());
+    EXPECT_TRUE(counted.seek(-2) && counted.read(nullptr, 10) == 2);
     auto const same = [&](auto value) {
         auto back = decltype(value)();
         in >> back;
@@ -76,13 +74,6 @@ TEST(MemBuffer, moves_typed_values_by_their_width_low_byte_first) {
     char block[2];
     MemBuffer(block, 2) << static_cast<short>(0x1234);
     EXPECT_EQ(std::string(block, 2), "\x34\x12");
-}
-
-TEST(TestMemBuffer, counts_what_a_run_would_move_and_touches_nothing) {
-    TestMemBuffer buffer(nullptr, 0xFFFFFFFF);
-    EXPECT_EQ(buffer.write(nullptr, 100), 100u);
-    EXPECT_TRUE(buffer.seek(-2) && buffer.read(nullptr, 10) == 2);
-    EXPECT_EQ(buffer.status(), QX::FILE_END_OF_FILE);
 }
 
 TEST(TestMemBuffer, readln_ends_at_the_letters_n_and_r) {
@@ -172,13 +163,8 @@ TEST(MemFileIn, a_seek_outside_stays_and_says_so) {
         EXPECT_EQ(file.tell(), 4u);
     }
     char bytes[8];
-    EXPECT_TRUE(file.read(bytes, 2) == 2 && file.status() == QX::FILE_OK);
-    EXPECT_TRUE(file.read(bytes, 1) == 0 && file.status() == QX::FILE_END_OF_FILE);
+    EXPECT_TRUE(file.read(bytes, 3) == 2 && file.status() == QX::FILE_END_OF_FILE);
     EXPECT_TRUE(file.seek(6) && file.seek(-6));
-}
-
-LPVOID WINAPI no_view(HANDLE, DWORD, DWORD, DWORD, SIZE_T, LPVOID) {
-    return nullptr;
 }
 
 TEST(MemFileIn, opens_closes_and_refuses_files) {
@@ -195,7 +181,8 @@ TEST(MemFileIn, opens_closes_and_refuses_files) {
     file.open("block", 5);  // does not end the mapping
     EXPECT_TRUE(file.mapped() && file.close() && file.owned() == 0);
     EXPECT_EQ(file.status(), QX::FILE_NOT_FOUND);
-    test::StandIn const view("MapViewOfFileEx", no_view);
+    test::StandIn const view(
+        "MapViewOfFileEx", +[]() -> LPVOID { return nullptr; });
     EXPECT_FALSE(file.open(path.c_str()));
     EXPECT_EQ(file.size(), 0u);
 }
