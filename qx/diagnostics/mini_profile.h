@@ -34,8 +34,8 @@ namespace QX {
 
 struct sStackByThread;
 
-// Of static life: it is never taken out of its list.
-class MINI_PROFILE_BLOCK {
+// Of static life: it is never taken out of its list. Aligned so that its sums change in one step.
+class alignas(16) MINI_PROFILE_BLOCK {
 public:
     // Registers the block with the calling thread's stack. `name` is kept, not copied.
     QX_API explicit MINI_PROFILE_BLOCK(char const* name);
@@ -62,6 +62,8 @@ public:
 
 private:
     friend class MINI_PROFILE_MGR;
+
+    void add_call(unsigned int ticks);
 
     char const* block_name_;
     sStackByThread* stack_;
@@ -107,6 +109,7 @@ public:
     // and only one thread may be at it.
     QX_API static char const* slow_dump(int threshold_ms, bool flat);
 
+    // The stacks of all threads, in the order in which their threads came.
     static constexpr int max_threads = 64;
     QX_API static sStackByThread m_StacksRoot[max_threads];
 };

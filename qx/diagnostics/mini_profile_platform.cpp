@@ -16,6 +16,7 @@ namespace {
 
 constexpr unsigned int no_thread = 0xFFFFFFFF;
 constexpr unsigned int text_room = 8000;
+constexpr unsigned long long one_call = 1ull << 32;
 
 sStackByThread unlisted_stack;
 char const* dump_title = "";
@@ -106,11 +107,17 @@ void MINI_PROFILE_BLOCK::starting() {
 }
 
 void MINI_PROFILE_BLOCK::callEnd(long ticks) {
-    if (depth_.dec() == 1) {
-        elapsed_.add(ticks);
-        calls_.inc();
-    }
+    if (depth_.dec() == 1) add_call(static_cast<unsigned int>(ticks));
     stack_->current = previous_;
+}
+
+// One locked step instead of two: the sums are neighbours, and the block's alignment keeps them
+// within one line of the cache. Time that wraps carries into the calls, and that is taken back.
+void MINI_PROFILE_BLOCK::add_call(unsigned int ticks) {
+    typedef unsigned long long __attribute__((may_alias, aligned(4))) Sums;
+    auto* const sums = reinterpret_cast<Sums*>(&elapsed_);
+    auto const elapsed = static_cast<unsigned int>(__sync_fetch_and_add(sums, one_call | ticks));
+    if (elapsed + ticks < ticks) calls_.dec();
 }
 
 // --- The manager ---------------------------------------------------------------------------------
