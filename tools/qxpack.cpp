@@ -2,8 +2,6 @@
 // docs/formats/pack.md.
 #include "qx/base/windows.h"
 
-#include <shellapi.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -16,13 +14,14 @@
 
 #include "qx/files/file_streams.h"
 #include "qx/files/pack_file.h"
+#include "tools/command.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using tool::fail;
+using tool::fail_usage;
 
-constexpr int exit_failed = 1;
-constexpr int exit_usage = 2;
 constexpr unsigned int default_alignment = 4096;
 constexpr unsigned int copy_block = 1 << 20;
 constexpr unsigned long long pack_size_max = 0xFFFFFFFF;
@@ -46,20 +45,6 @@ char const usage[] =
     "  --help        this text\n"
     "\n"
     "Numbers may be hexadecimal (0x...). Exit codes: 0 done, 1 failed, 2 wrong usage.\n";
-
-// What ends the program with a message.
-struct Failure {
-    int code;
-    std::string text;
-};
-
-[[noreturn]] void fail(std::string const& text) {
-    throw Failure{exit_failed, text};
-}
-
-[[noreturn]] void fail_usage(std::string const& text) {
-    throw Failure{exit_usage, text + "\n\n" + usage};
-}
 
 std::string to_narrow(std::wstring const& text, unsigned int code_page = CP_UTF8) {
     int const length = static_cast<int>(text.size());
@@ -137,7 +122,7 @@ struct Options {
     unsigned short key = 0;
     unsigned int alignment = default_alignment;
     bool duplicates = false;
-    std::vector<std::wstring> operands;
+    tool::Words operands;
 };
 
 // --- Creating ------------------------------------------------------------------------------------
@@ -461,67 +446,48 @@ constexpr Command commands[] = {
     {L"verify", 1, verify},
 };
 
-unsigned int parse_number(std::wstring const& option, wchar_t const* text, unsigned int limit) {
+unsigned int
+parse_number(std::wstring const& option, std::wstring const& text, unsigned int limit) {
     wchar_t* end = nullptr;
-    unsigned long long const value = text ? std::wcstoull(text, &end, 0) : 0;
-    if (!text || !std::iswdigit(text[0]) || *end || value > limit)
+    unsigned long long const value = std::wcstoull(text.c_str(), &end, 0);
+    if (!std::iswdigit(text[0]) || *end || value > limit)
         fail_usage(to_narrow(option) + " takes a number up to " + std::to_string(limit));
     return static_cast<unsigned int>(value);
 }
 
-Options parse_options(Command const& command, wchar_t** arguments) {
+Options parse_options(Command const& command, tool::Words const& words) {
     Options options;
     bool const creating = command.run == create;
-    for (; *arguments; ++arguments) {
-        std::wstring const text = *arguments;
-        if (text == L"--key") {
-            options.key = static_cast<unsigned short>(parse_number(text, *++arguments, 65535));
-        } else if (text == L"--align" && creating) {
-            options.alignment = parse_number(text, *++arguments, 1u << 30);
+    options.operands = tool::take_options(words, [&](std::wstring const& option, auto value) {
+        if (option == L"--key") {
+            options.key = static_cast<unsigned short>(parse_number(option, value(), 65535));
+        } else if (option == L"--align" && creating) {
+            options.alignment = parse_number(option, value(), 1u << 30);
             if (options.alignment == 0 || (options.alignment & (options.alignment - 1)) != 0)
                 fail_usage("--align takes a power of two");
-        } else if (text == L"--duplicates" && creating) {
-            options.duplicates = true;
-        } else if (text.size() > 1 && text[0] == L'-') {
-            fail_usage(to_narrow(text) + ": no such option");
         } else {
-            options.operands.push_back(text);
+            if (option != L"--duplicates" || !creating) return false;
+            options.duplicates = true;
         }
-    }
+        return true;
+    });
     if (options.operands.size() != command.operand_count)
         fail_usage(
             to_narrow(command.name) + " takes " + std::to_string(command.operand_count) + " names");
     return options;
 }
 
-void run(wchar_t** arguments) {
-    for (wchar_t** at = arguments; *at; ++at) {
-        if (std::wcscmp(*at, L"--help") != 0) continue;
-        std::fputs(usage, stdout);
-        return;
-    }
-    if (!*arguments) fail_usage("a command is missing");
+int run(std::wstring const& name, tool::Words const& words) {
     for (Command const& command : commands) {
-        if (std::wcscmp(*arguments, command.name) != 0) continue;
-        command.run(parse_options(command, arguments + 1));
-        return;
+        if (name != command.name) continue;
+        command.run(parse_options(command, words));
+        return 0;
     }
-    fail_usage(to_narrow(*arguments) + ": no such command");
+    fail_usage(to_narrow(name) + ": no such command");
 }
 
 }  // namespace
 
 int main() {
-    int count = 0;
-    wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
-    try {
-        run(arguments + 1);
-    } catch (Failure const& failure) {
-        std::fprintf(stderr, "qxpack: %s\n", failure.text.c_str());
-        return failure.code;
-    } catch (std::exception const& error) {
-        std::fprintf(stderr, "qxpack: %s\n", error.what());
-        return exit_failed;
-    }
-    return 0;
+    return tool::run("qxpack", usage, run);
 }

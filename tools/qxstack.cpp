@@ -4,7 +4,6 @@
 
 #include <cxxabi.h>
 #include <dbghelp.h>
-#include <shellapi.h>
 
 #include <array>
 #include <cstdio>
@@ -18,14 +17,15 @@
 
 #include "qx/diagnostics/call_stack.h"
 #include "qx/diagnostics/map_file.h"
-#include "qx/text/convert.h"
+#include "tools/command.h"
 
 namespace {
 
+using tool::fail;
+using tool::fail_usage;
+using tool::shown;
 using Offsets = std::array<unsigned int, 32>;
 
-constexpr int exit_failed = 1;
-constexpr int exit_usage = 2;
 constexpr std::size_t stack_digits = 256;
 constexpr std::size_t doubtful_digits = 128;  // shorter runs are taken for other numbers
 constexpr unsigned int progress_interval_ms = 500;
@@ -47,24 +47,6 @@ char const usage[] =
     "print as ?.\n"
     "Exit codes: 0 names printed, 1 nothing to print or a file unreadable, 2 wrong usage.\n";
 
-// What ends the program with a message.
-struct Failure {
-    int code;
-    std::string text;
-};
-
-[[noreturn]] void fail(std::string const& text) {
-    throw Failure{exit_failed, text};
-}
-
-[[noreturn]] void fail_usage(std::string const& text) {
-    throw Failure{exit_usage, text + "\n\n" + usage};
-}
-
-std::string to_narrow(wchar_t const* text) {
-    return QX::must_fix_string_narrow(QX::UniString(text)).c_str();
-}
-
 // --- The log -------------------------------------------------------------------------------------
 
 struct LoggedStack {
@@ -72,17 +54,17 @@ struct LoggedStack {
     Offsets offsets;
 };
 
-std::string read_log(wchar_t const* name) {
-    bool const standard = std::wcscmp(name, L"-") == 0;
-    std::FILE* const file = standard ? stdin : _wfopen(name, L"rb");
-    if (file == nullptr) fail(to_narrow(name) + ": can't be opened");
+std::string read_log(std::wstring const& name) {
+    bool const standard = name == L"-";
+    std::FILE* const file = standard ? stdin : _wfopen(name.c_str(), L"rb");
+    if (file == nullptr) fail(shown(name) + ": can't be opened");
     std::string text;
     char block[65536];
     for (std::size_t got; (got = std::fread(block, 1, sizeof block, file)) != 0;)
         text.append(block, got);
     bool const good = std::ferror(file) == 0;
     if (!standard) std::fclose(file);
-    if (!good) fail(to_narrow(name) + ": can't be read");
+    if (!good) fail(shown(name) + ": can't be read");
     return text;
 }
 
@@ -126,15 +108,15 @@ using LookUp = std::function<std::string(unsigned int)>;
 struct Options {
     bool raw = false;
     std::vector<std::string> skipped;
-    std::vector<wchar_t const*> operands;
+    tool::Words operands;
 };
 
 // Each offset by itself: together the map's reader gives one symbol to one offset only.
 LookUp look_up_in_map(Options const& options) {
-    wchar_t const* const name = options.operands[0];
-    if (GetFileAttributesW(name) == INVALID_FILE_ATTRIBUTES)
-        fail(to_narrow(name) + ": can't be opened");
-    return [map = to_narrow(name), options](unsigned int offset) {
+    std::wstring const& name = options.operands[0];
+    if (GetFileAttributesW(name.c_str()) == INVALID_FILE_ATTRIBUTES)
+        fail(shown(name) + ": can't be opened");
+    return [map = shown(name), options](unsigned int offset) {
         std::vector<char*> prefixes;
         for (std::string const& prefix : options.skipped)
             prefixes.push_back(const_cast<char*>(prefix.c_str()));
@@ -146,9 +128,9 @@ LookUp look_up_in_map(Options const& options) {
 }
 
 LookUp look_up_in_module(Options const& options) {
-    wchar_t const* const name = options.operands[0];
-    HMODULE const module = LoadLibraryExW(name, nullptr, DONT_RESOLVE_DLL_REFERENCES);
-    if (module == nullptr) fail(to_narrow(name) + ": can't be loaded");
+    std::wstring const& name = options.operands[0];
+    HMODULE const module = LoadLibraryExW(name.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+    if (module == nullptr) fail(shown(name) + ": can't be loaded");
     if (!QX::stack::load_symbols(true)) fail("the debug-help library does not start");
     return [module](unsigned int offset) {
         std::array<void*, 32> frames = {reinterpret_cast<char*>(module) + offset};
@@ -212,60 +194,37 @@ void print(LoggedStack const& stack, std::size_t number, Namer const& namer) {
 
 void name_log(Options const& options, LookUp look_up) {
     std::vector<LoggedStack> const stacks = find_stacks(read_log(options.operands[1]));
-    if (stacks.empty()) fail(to_narrow(options.operands[1]) + ": no stack text in it");
+    if (stacks.empty()) fail(shown(options.operands[1]) + ": no stack text in it");
     Namer namer(std::move(look_up));
     namer.find_all(stacks);
     for (std::size_t i = 0; i < stacks.size(); ++i) print(stacks[i], i + 1, namer);
-    if (namer.found() == 0) fail(to_narrow(options.operands[0]) + ": knows none of the addresses");
+    if (namer.found() == 0) fail(shown(options.operands[0]) + ": knows none of the addresses");
 }
 
-Options parse_options(wchar_t** arguments, bool for_map) {
+Options parse_options(tool::Words const& words, bool for_map) {
     Options options;
-    for (; *arguments; ++arguments) {
-        std::wstring const text = *arguments;
-        if (text == L"--raw" && for_map) {
-            options.raw = true;
-        } else if (text == L"--skip" && for_map) {
-            if (*++arguments == nullptr || **arguments == 0) fail_usage("--skip takes a prefix");
-            options.skipped.push_back(to_narrow(*arguments));
-        } else if (text.size() > 1 && text[0] == L'-') {
-            fail_usage(to_narrow(text.c_str()) + ": no such option");
-        } else {
-            options.operands.push_back(*arguments);
-        }
-    }
+    options.operands = tool::take_options(words, [&](std::wstring const& option, auto value) {
+        if (!for_map) return false;
+        if (option == L"--raw") return options.raw = true;
+        if (option != L"--skip") return false;
+        options.skipped.push_back(shown(value()));
+        if (options.skipped.back().empty()) fail_usage("--skip takes a prefix");
+        return true;
+    });
     if (options.operands.size() != 2) fail_usage("two files are wanted");
     return options;
 }
 
-void run(wchar_t** arguments) {
-    for (wchar_t** at = arguments; *at; ++at) {
-        if (std::wcscmp(*at, L"--help") != 0) continue;
-        std::fputs(usage, stdout);
-        return;
-    }
-    if (!*arguments) fail_usage("a command is missing");
-    bool const by_map = std::wcscmp(*arguments, L"map") == 0;
-    if (!by_map && std::wcscmp(*arguments, L"module") != 0)
-        fail_usage(to_narrow(*arguments) + ": no such command");
-    Options const options = parse_options(arguments + 1, by_map);
+int run(std::wstring const& command, tool::Words const& words) {
+    bool const by_map = command == L"map";
+    if (!by_map && command != L"module") fail_usage(shown(command) + ": no such command");
+    Options const options = parse_options(words, by_map);
     name_log(options, by_map ? look_up_in_map(options) : look_up_in_module(options));
+    return 0;
 }
 
 }  // namespace
 
 int main() {
-    int count = 0;
-    wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
-    try {
-        run(arguments + 1);
-    } catch (Failure const& failure) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "qxstack: %s\n", failure.text.c_str());
-        return failure.code;
-    } catch (std::exception const& error) {
-        std::fprintf(stderr, "qxstack: %s\n", error.what());
-        return exit_failed;
-    }
-    return 0;
+    return tool::run("qxstack", usage, run);
 }

@@ -1,13 +1,8 @@
 // qxxml.cpp - checks, formats, sorts and strips XML files as the library reads and writes them.
-#include "qx/base/windows.h"
-
-#include <shellapi.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -17,11 +12,14 @@
 #include "qx/data/xml.h"
 #include "qx/files/file_streams.h"
 #include "qx/text/convert.h"
+#include "tools/command.h"
 
 namespace {
 
-constexpr int exit_failed = 1;
-constexpr int exit_usage = 2;
+using tool::fail;
+using tool::fail_usage;
+using tool::shown;
+
 constexpr std::size_t faults_shown = 20;
 
 char const usage[] =
@@ -42,24 +40,6 @@ char const usage[] =
     "\n"
     "IN and OUT may be one file: OUT is replaced once it is written whole.\n"
     "Exit codes: 0 done, 1 failed or faults found, 2 wrong usage.\n";
-
-// What ends the program with a message.
-struct Failure {
-    int code;
-    std::string text;
-};
-
-[[noreturn]] void fail(std::string const& text) {
-    throw Failure{exit_failed, text};
-}
-
-[[noreturn]] void fail_usage(std::string const& text) {
-    throw Failure{exit_usage, text + "\n\n" + usage};
-}
-
-std::string shown(std::wstring const& name) {
-    return QX::must_fix_string_narrow(QX::UniString(name.c_str())).c_str();
-}
 
 // --- Checking ------------------------------------------------------------------------------------
 
@@ -353,7 +333,7 @@ struct Options {
     bool raw = false;
     bool lossy = false;
     QX::String by;
-    std::vector<std::wstring> names;
+    tool::Words names;
 };
 
 int check(Options const& options) {
@@ -370,7 +350,7 @@ int check(Options const& options) {
         std::fflush(stdout);
         faults += found;
     }
-    return faults ? exit_failed : 0;
+    return faults ? tool::exit_failed : 0;
 }
 
 int rewrite(Options const& options, bool sorted) {
@@ -401,41 +381,28 @@ int strip(Options const& options) {
 }
 
 // Takes the options that `command` knows; the rest are file names.
-Options read_options(std::wstring const& command, std::vector<std::wstring> const& arguments) {
+Options read_options(std::wstring const& command, tool::Words const& words) {
     Options options;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        std::wstring const& argument = arguments[i];
-        if (argument == L"--raw" && command == L"format") {
-            options.raw = true;
-        } else if (argument == L"--lossy" && (command == L"format" || command == L"sort")) {
-            options.lossy = true;
-        } else if (argument == L"--by" && command == L"sort" && i + 1 < arguments.size()) {
-            options.by = QX::must_fix_string_narrow(QX::UniString(arguments[++i].c_str()));
-        } else if (argument.starts_with(L"--")) {
-            fail_usage("unknown option " + shown(argument));
-        } else {
-            options.names.push_back(argument);
-        }
-    }
+    bool const formats = command == L"format", sorts = command == L"sort";
+    options.names = tool::take_options(words, [&](std::wstring const& option, auto value) {
+        if (option == L"--raw" && formats) return options.raw = true;
+        if (option == L"--lossy" && (formats || sorts)) return options.lossy = true;
+        if (option != L"--by" || !sorts) return false;
+        options.by = shown(value()).c_str();
+        if (options.by.empty()) fail_usage("--by takes the name of an attribute");
+        return true;
+    });
     return options;
 }
 
-int run(std::vector<std::wstring> arguments) {
-    for (std::wstring const& argument : arguments) {
-        if (argument != L"--help") continue;
-        std::printf("%s", usage);
-        return 0;
-    }
-    if (arguments.empty()) fail_usage("no command given");
-    std::wstring const command = arguments[0];
-    arguments.erase(arguments.begin());
-    Options const options = read_options(command, arguments);
+int run(std::wstring const& command, tool::Words const& words) {
+    if (command != L"check" && command != L"format" && command != L"sort" && command != L"strip")
+        fail_usage(shown(command) + ": no such command");
+    Options const options = read_options(command, words);
     if (command == L"check") {
         if (options.names.empty()) fail_usage("check: no file given");
         return check(options);
     }
-    if (command != L"format" && command != L"sort" && command != L"strip")
-        fail_usage("unknown command " + shown(command));
     if (options.names.size() != 2) fail_usage(shown(command) + ": IN and OUT are wanted");
     return command == L"strip" ? strip(options) : rewrite(options, command == L"sort");
 }
@@ -443,17 +410,5 @@ int run(std::vector<std::wstring> arguments) {
 }  // namespace
 
 int main() {
-    int count = 0;
-    wchar_t** const given = CommandLineToArgvW(GetCommandLineW(), &count);
-    std::vector<std::wstring> const arguments(given + 1, given + count);
-    LocalFree(given);
-    try {
-        return run(arguments);
-    } catch (Failure const& failure) {
-        std::fprintf(stderr, "qxxml: %s\n", failure.text.c_str());
-        return failure.code;
-    } catch (std::bad_alloc const&) {
-        std::fprintf(stderr, "qxxml: out of memory\n");
-        return exit_failed;
-    }
+    return tool::run("qxxml", usage, run);
 }
