@@ -1,8 +1,8 @@
 // assertions.cpp - a game that fails its assertions, and what a host makes of them.
 //
 //   assertions                 hooks answer in place of a person; nothing waits
-//   assertions --dialog CASE   shows the real dialog: short, long, lines, teams, or a team's bit as
-//                              a number from 0 to 13
+//   assertions --dialog CASE   shows the real dialog: word, short, long, lines, screen, teams, or a
+//                              team's bit as a number from 0 to 13
 //
 // Exit codes: 0 as told, 1 something went otherwise, 2 wrong arguments.
 #define QX_ASSERTS 1
@@ -86,7 +86,9 @@ QX::String repeated(char const* text, int times) {
 }
 
 bool choose(char const* name, Shown& shown) {
-    shown = {"health >= 0", "battle\\unit.cpp(120)", QX::TI_BATTLE.team_mask};
+    shown = {
+        "a blow that heals the guard", "damage >= 0\nbattle\\unit.cpp(120)",
+        QX::TI_BATTLE.team_mask};
     char* end = nullptr;
     unsigned long const bit = std::strtoul(name, &end, 10);
     if (end != name && *end == 0 && bit < 14) {
@@ -97,6 +99,10 @@ bool choose(char const* name, Shown& shown) {
         shown.teams = 0x2FFF;
     } else if (std::strcmp(name, "lines") == 0) {
         shown.details = repeated("a line of the stack && more <of> it\n", 25) + "unit.cpp(120)";
+    } else if (std::strcmp(name, "screen") == 0) {
+        shown.details = repeated("a line of the log\n", 42) + "unit.cpp(120)";
+    } else if (std::strcmp(name, "word") == 0) {
+        shown = {"no", "", 0};
     } else if (std::strcmp(name, "teams") == 0) {
         shown.teams = 0x3FFF;
     } else {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Opens the assertion dialog with short, long and many-line texts and with every team, and saves a
+# Opens the assertion dialog with texts from one word to a screenful and with every team, and saves a
 # picture of each for a person to look at.
 #
 #   scripts/dialog_shots.sh [FOLDER]    default: build/shots
@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 out=$(realpath -m "${1:-build/shots}")
 program=${QX_BUILD:-build/mingw}/bin/assertions.exe
-cases="short long lines teams $(seq 0 13)"
+cases="word short long lines screen teams $(seq 0 13)"
 
 [ -f "$program" ] || { echo "dialog_shots: $program is not built (ninja assertions)" >&2; exit 2; }
 shooter=/usr/bin/import
