@@ -26,6 +26,7 @@ class CallStack {
 public:
     static constexpr unsigned int k_max_trace_size = 8;
 
+    // What is known of one frame.
     struct Symbol {
         char name[64];
         char const* file;

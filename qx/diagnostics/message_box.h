@@ -73,6 +73,7 @@ QX_API void message_box(char* text);
 QX_API bool message_box(bool information, String const& text);
 QX_API bool message_box(bool information, UniString const& text);
 
+// The text also goes to the debugger. True for OK.
 QX_API bool message_box_ok_cancel(String const& text);
 QX_API bool message_box_ok_cancel(UniString const& text);
 
@@ -108,7 +109,10 @@ QX_API Semaphore& message_box_semaphore();
 
 // --- The system's word ---------------------------------------------------------------------------
 
+// The number of the calling thread's last failed system call.
 QX_API unsigned int GetLastError();
+
+// Whether this process runs under a debugger.
 QX_API bool IsDebuggerPresent();
 
 }  // namespace QX

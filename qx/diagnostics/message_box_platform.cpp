@@ -6,6 +6,7 @@
 #include "qx/app/process.h"
 #include "qx/base/windows.h"
 #include "qx/diagnostics/assertion_dialog_impl.h"
+#include "qx/diagnostics/message_box_impl.h"
 #include "qx/tasks/task.h"
 #include "qx/text/convert.h"
 
@@ -42,7 +43,7 @@ static_assert(flags_question == 0x10021);
 constexpr DWORD caption_size = 256;
 constexpr int exit_code_of_abort = 1;
 
-constexpr char const* assertion_log = QX_ASSERTION_LOG;
+constexpr char const* log_path = QX_ASSERTION_LOG;
 constexpr bool logs_each_time = true;
 
 Semaphore semaphore(1, 1, nullptr);
@@ -80,16 +81,6 @@ void write_to_debugger(UniString const& text) {
 
 bool error_stream_works() {
     return stderr != nullptr && !std::ferror(stderr);
-}
-
-bool log_instead_of_asking(UniString const& heading, bool& ignore_all) {
-    if (assertion_log == nullptr) return false;
-    if (std::FILE* const file = std::fopen(assertion_log, "a")) {
-        std::fprintf(file, "\nASSERT:\"%s\"\n", must_fix_string_narrow(heading).c_str());
-        std::fclose(file);
-    }
-    if (!logs_each_time) ignore_all = true;
-    return true;
 }
 
 // Everything on the stack of the thread, the callback too: its window belongs to the thread, which
@@ -210,7 +201,7 @@ bool ignore_all_message_box(
         UniString const text = details + L"\n" + heading + wide_team_header() + team_names + L"\n";
         if (!qx_message_box_hook(false, text, result, ignore_all)) return result;
     }
-    if (log_instead_of_asking(heading, ignore_all)) return result;
+    if (assertion_log::settle(log_path, logs_each_time, heading, ignore_all)) return result;
 
     message_txt(heading + L"\n");
     VELLUM_MESSAGE_BOX_IDS const decision = decide(heading, details, team_names, severity);

@@ -20,6 +20,7 @@ struct TEAM_INFO {
     bool flag_2;             // true in every row
 };
 
+// One record for each team, with the bits in this order from 0x1 on.
 extern QX_API TEAM_INFO const TI_BATTLE;
 extern QX_API TEAM_INFO const TI_CAMPAIGN;
 extern QX_API TEAM_INFO const TI_UI;
