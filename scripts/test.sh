@@ -54,15 +54,6 @@ unit_tests() {
   return $status
 }
 
-client_project() {
-  cmake --install $build --prefix build/install --strip >/dev/null &&
-  cmake -S tests/client -B build/client -G Ninja -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64.cmake" \
-    -DCMAKE_PREFIX_PATH="$PWD/build/install" -DCMAKE_BUILD_TYPE=Release &&
-  ninja -C build/client &&
-  cp build/install/bin/QXLibs.dll build/client/ &&
-  $wine build/client/client.exe
-}
-
 examples() {
   local program count=0
   for program in examples/*.cpp; do
@@ -106,7 +97,7 @@ if [ -n "$counted" ]; then
   passed=$((passed + counted - broken))
   failed=$((failed + broken))
 fi
-stage client client_project
+stage package scripts/check_package.sh
 stage examples examples
 stage fuzz short_fuzz
 stage demo demo_and_its_failures
