@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   g++-mingw-w64-x86-64-posix libz-mingw-w64-dev cmake ninja-build ccache googletest
-  wine wine64 xvfb xauth xdotool imagemagick clang-format python3 git ca-certificates
+  wine wine64 xvfb xauth xdotool imagemagick gdb-mingw-w64 clang-format python3 git ca-certificates
 )
 
 missing=()

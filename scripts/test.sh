@@ -98,6 +98,7 @@ if [ -n "$counted" ]; then
   failed=$((failed + broken))
 fi
 stage package scripts/check_package.sh
+stage debugger scripts/check_debugger.sh
 stage examples examples
 stage fuzz short_fuzz
 stage demo demo_and_its_failures

@@ -4,7 +4,7 @@
 #   QX_WINE_DIR   where the prefix lives (default: build/wine)
 export WINEPREFIX="${QX_WINE_DIR:-$PWD/build/wine}" WINEARCH=win64 WINEDEBUG="${WINEDEBUG:--all}"
 export WINEDLLOVERRIDES="mscoree=d;mshtml=d;winedbg.exe=d" LC_ALL=C.UTF-8
-wine=/usr/lib/wine/wine64
+export wine=/usr/lib/wine/wine64
 wine_template="${XDG_CACHE_HOME:-$HOME/.cache}/qxlibs/wine-template"
 
 make_wine_template() {

@@ -1,31 +1,36 @@
-"""qxlibs_gdb.py - how gdb shows strings and arrays.
+"""qxlibs_gdb.py - how gdb shows the library's values.
 
     (gdb) source tools/debugger/qxlibs_gdb.py
     (gdb) print name
     $1 = "data\\boot.pack"
+
+Shown: strings of both widths, arrays, vectors, lists, file names, XML tags and attributes.
 """
 
 import gdb
 import gdb.printing
 
 
-class StringPrinter:
-    """String, UniString and what they derive from."""
+def text_of(string):
+    """A string's characters, without reading past them."""
+    storage = string["storage_"]
+    encoding = "UTF-8" if storage.type.target().strip_typedefs().sizeof == 1 else "UTF-16LE"
+    return storage.string(encoding, "replace", int(string["length_"]))
 
+
+class StringPrinter:
     def __init__(self, value):
         self.value = value
 
     def to_string(self):
-        storage = self.value["storage_"]
-        encoding = "UTF-8" if storage.type.target().sizeof == 1 else "UTF-16LE"
-        return storage.lazy_string(encoding, int(self.value["length_"]))
+        return text_of(self.value)
 
     def display_hint(self):
         return "string"
 
 
 class ArrayPrinter:
-    """DynamicArray and the other arrays with the same body."""
+    """DynamicArray and VECTOR."""
 
     def __init__(self, value):
         self.value = value
@@ -42,11 +47,79 @@ class ArrayPrinter:
         return "array"
 
 
+class ListPrinter:
+    """LIST, whose nodes form a ring through the list's own link."""
+
+    def __init__(self, value):
+        self.value = value
+
+    def to_string(self):
+        return "list"
+
+    def children(self):
+        ends = self.value["ends_"]
+        node = gdb.lookup_type(self.value.type.strip_typedefs().name + "::Node").pointer()
+        link = ends["next"]
+        at = 0
+        while link != ends.address:
+            yield "[%d]" % at, link.cast(node)["value"]
+            link = link["next"]
+            at += 1
+
+    def display_hint(self):
+        return "array"
+
+
+class NamePrinter:
+    """FileName, one pointer to the text."""
+
+    def __init__(self, value):
+        self.value = value
+
+    def to_string(self):
+        name = self.value["name_"]
+        return text_of(name.dereference()) if int(name) else ""
+
+    def display_hint(self):
+        return "string"
+
+
+class AttributePrinter:
+    def __init__(self, value):
+        self.value = value
+
+    def to_string(self):
+        return "%s='%s'" % (text_of(self.value["name"]), text_of(self.value["value"]))
+
+
+class TagPrinter:
+    """An XML document or one of its tags: as its start tag, what it holds below."""
+
+    def __init__(self, value):
+        self.value = value
+
+    def to_string(self):
+        return "<%s>" % text_of(self.value["name"])
+
+    def children(self):
+        for field in ("attributes", "content", "tags", "epilog"):
+            yield field, self.value[field]
+
+
+PRINTERS = (
+    ("string", r"^QX::(String|UniString|BASIC_STRING<.*>)$", StringPrinter),
+    ("array", r"^(QX::(DynamicArray|ArrayBody)|QX_STD::VECTOR)<.*>$", ArrayPrinter),
+    ("list", r"^QX_STD::LIST<.*>$", ListPrinter),
+    ("name", r"^QX::FileName$", NamePrinter),
+    ("attribute", r"^QX::XML_ATTRIBUTE$", AttributePrinter),
+    ("tag", r"^QX::(XML|XML_TAG<.*>)$", TagPrinter),
+)
+
+
 def build():
     printers = gdb.printing.RegexpCollectionPrettyPrinter("qxlibs")
-    printers.add_printer("string", r"^QX::(String|UniString|BASIC_STRING<.*>)$", StringPrinter)
-    printers.add_printer("array", r"^(QX::(DynamicArray|ArrayBody)|QX_STD::VECTOR)<.*>$",
-                         ArrayPrinter)
+    for name, pattern, printer in PRINTERS:
+        printers.add_printer(name, pattern, printer)
     return printers
 
 
