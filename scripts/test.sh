@@ -82,6 +82,8 @@ short_fuzz() {
 stage setup setup_and_report || { finish; exit 1; }
 stage floors python3 scripts/check_floors.py
 stage style python3 scripts/check_style.py
+stage docs python3 scripts/check_docs.py
+stage checks python3 scripts/check_checks.py
 echo "        build      (several minutes the first time)"
 stage build compile || { finish; exit 1; }
 stage headers scripts/check_headers.sh

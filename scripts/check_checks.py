@@ -1,0 +1,55 @@
+#!/usr/bin/env python3
+"""Plants a fault for each check in a copy of the tree, and sees that the check reports it."""
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+
+root = pathlib.Path(__file__).resolve().parent.parent
+LONG_FUNCTION = "\nint planted() {\n" + "    ;\n" * 70 + "    return 0;\n}\n"
+
+# check, file, what is added to it or put for a word of it, what the report must name
+PLANTED = [
+    ("check_floors.py", "qx/base/hash.h", '\n#include "qx/app/window.h"\n', "hash"),
+    ("check_floors.py", "qx/tasks/task.h", '\n#include "qx/files/pack_file.h"\n', "task"),
+    ("check_style.py", "qx/base/rectangle.h", "\n// " + "long " * 30 + "\n", "rectangle.h"),
+    ("check_style.py", "qx/text/convert.cpp", LONG_FUNCTION, "convert.cpp"),
+    ("check_docs.py", "docs/arena.md", "\n`no_such_" "name_at_all`\n", "name_at_all"),
+    ("check_docs.py", "docs/oddities.md", "\n`Arena.no_such_case`\n", "Arena.no_such_case"),
+    ("check_docs.py", "README.md", "\n[gone](docs/gone.md)\n", "docs/gone.md"),
+    ("check_views.py", "qx/files/file_name.h", ("name_", "renamed_"), "name_"),
+]
+
+
+def copy_of_tree(folder):
+    listed = subprocess.run(["git", "ls-files"], cwd=root, check=True, capture_output=True,
+                            text=True).stdout.split("\n")
+    for name in filter(None, listed):
+        (folder / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(root / name, folder / name)
+    subprocess.run(["git", "init", "-q"], cwd=folder, check=True)
+    subprocess.run(["git", "add", "-A"], cwd=folder, check=True)
+
+
+def main():
+    faults = []
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        copy_of_tree(folder)
+        for check, file, change, expected in PLANTED:
+            path = folder / file
+            before = path.read_text()
+            path.write_text(before + change if isinstance(change, str) else
+                            before.replace(*change))
+            told = subprocess.run([sys.executable, folder / "scripts" / check], cwd=folder,
+                                  capture_output=True, text=True)
+            if told.returncode == 0 or expected not in told.stdout + told.stderr:
+                faults.append(f"{check} does not report the fault planted in {file}")
+            path.write_text(before)
+    print("\n".join(faults) if faults else f"checks: {len(PLANTED)} planted faults reported")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

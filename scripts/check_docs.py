@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""Checks that what the documents name exists: files and links, identifiers of the code, and the tests
+that docs/oddities.md says pin an oddity."""
+import pathlib
+import re
+import subprocess
+import sys
+
+root = pathlib.Path(__file__).resolve().parent.parent
+OTHERS = {"thread_local", "xyz"}  # words of the language, of examples
+
+
+def tracked(*patterns):
+    listed = subprocess.run(["git", "ls-files", "--", *patterns], cwd=root, check=True,
+                            capture_output=True, text=True).stdout.split("\n")
+    return [root / name for name in listed if name and (root / name).exists()]
+
+
+def tests_of(code):
+    """Suite.case of every test of the tree."""
+    found = re.findall(r"\b(?:TYPED_)?TEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", code)
+    return {f"{suite}.{case}" for suite, case in found}
+
+
+def spans(text):
+    """What stands between backticks, outside blocks of code."""
+    return re.findall(r"`([^`\n]+)`", re.sub(r"^```.*?^```", "", text, flags=re.M | re.S))
+
+
+def main():
+    documents = tracked("*.md")
+    files = {str(path.relative_to(root)) for path in tracked("*")}
+    code = "\n".join(path.read_text(errors="replace") for path in tracked(
+        "qx", "tests", "fuzz", "benchmarks", "examples", "tools", "scripts", "cmake", "*.txt",
+        "*.json") if path.suffix not in (".md", ".png"))
+    words = set(re.findall(r"\w+", code)) | OTHERS | {pathlib.Path(file).stem for file in files}
+    tests = tests_of(code)
+    faults = []
+    for document in documents:
+        name = document.relative_to(root)
+        text = document.read_text()
+        for link in re.findall(r"\]\(([^)#:]+)\)", text):
+            if not (document.parent / link).exists():
+                faults.append(f"{name}: link to {link}")
+        for span in spans(text):
+            if re.fullmatch(r"[\w.*-]+/[\w./*<>-]*", span):
+                wanted = re.sub(r"<\w+>", "*", span.rstrip("/"))
+                if not any(pathlib.PurePath(file).match(wanted) or
+                           f"/{wanted}/" in f"/{file}" for file in files) and \
+                        not wanted.startswith("build"):
+                    faults.append(f"{name}: no file {span}")
+            elif re.fullmatch(r"[A-Z]\w+\.[a-z]\w+", span) and "_" in span:
+                if span not in tests:
+                    faults.append(f"{name}: no test {span}")
+            else:
+                for word in re.findall(r"[A-Za-z_]\w{2,}", re.sub(r'"[^"]*"|-D', "", span)):
+                    if word not in words:
+                        faults.append(f"{name}: `{span}`: {word} is nowhere in the code")
+    print("\n".join(faults) if faults else f"documents: {len(documents)} checked")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
