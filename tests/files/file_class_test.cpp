@@ -25,50 +25,38 @@ std::wstring text_of(UniString const& text) {
 char const* given_command_line;
 wchar_t const* given_program;
 std::wstring given_profile;
-int profile_folder_asked;
-
-LPSTR WINAPI give_command_line() {
-    return const_cast<char*>(given_command_line);
-}
-
-DWORD WINAPI give_program(HMODULE, LPWSTR name, DWORD size) {
-    EXPECT_LE(size, 256u);
-    std::wcsncpy(name, given_program, size);
-    return static_cast<DWORD>(std::wcslen(given_program));
-}
-
-// None where the text is empty.
-HRESULT WINAPI give_profile(HWND, int folder, HANDLE, DWORD, LPWSTR path) {
-    profile_folder_asked = folder;
-    std::wcscpy(path, given_profile.c_str());
-    return given_profile.empty() ? E_FAIL : S_OK;
-}
 
 // A profile in a folder of the case's own, and a command line and program that the case sets.
 class FileClass : public testing::Test {
 protected:
-    void SetUp() override {
+    FileClass() {
         given_command_line = "game.exe";
-        given_program = L"c:\\dev\\trunk\\game.exe";
         given_profile.assign(folder_.path().begin(), folder_.path().end() - 1);
-        std::memset(classes::fc_paths, 0, sizeof classes::fc_paths);
+        forget();
     }
-
-    void TearDown() override {
-        std::memset(classes::fc_paths, 0, sizeof classes::fc_paths);
+    ~FileClass() override {
         std::wstring().swap(given_profile);
+        forget();
     }
 
+    static void forget() { std::memset(classes::fc_paths, 0, sizeof classes::fc_paths); }
+    static std::wstring maps() { return text_of(classes::get_path(QX::OWC_MAPS)); }
     static std::wstring below_profile(std::wstring const& rest) {
         return given_profile + L"\\The Tarnwick Guild\\Brassmoor" + rest;
     }
 
-    static std::wstring maps() { return text_of(classes::get_path(QX::OWC_MAPS)); }
-
     test::TempFolder folder_;
-    test::StandIn line_{"GetCommandLineA", give_command_line};
-    test::StandIn program_{"GetModuleFileNameW", give_program};
-    test::StandIn profile_{"SHGetFolderPathW", give_profile};
+    test::StandIn line_{"GetCommandLineA", +[] { return given_command_line; }};
+    test::StandIn program_{"GetModuleFileNameW", +[](HMODULE, LPWSTR name, DWORD size) {
+                               std::wcsncpy(name, given_program, size);
+                               return static_cast<DWORD>(std::wcslen(given_program));
+                           }};
+    // None where the text is empty.
+    test::StandIn profile_{"SHGetFolderPathW", +[](HWND, int folder, HANDLE, DWORD, LPWSTR path) {
+                               EXPECT_EQ(folder, 0x801A);
+                               std::wcscpy(path, given_profile.c_str());
+                               return given_profile.empty() ? E_FAIL : S_OK;
+                           }};
 };
 
 // The hash pins every text and category.
@@ -142,7 +130,6 @@ TEST_F(FileClass, names_get_the_extension_that_they_lack) {
 TEST_F(FileClass, the_full_folder_is_kept_once_asked_for) {
     std::wstring const first = below_profile(L"\\chat\\");
     EXPECT_EQ(classes::app_directory(QX::OWC_CHAT), first);
-    EXPECT_EQ(profile_folder_asked, 0x801A);
     EXPECT_EQ(text_of(classes::get_directory(QX::OWC_CHAT, UniString(L"x\\y"))), first + L"x\\y");
     EXPECT_TRUE(QX::Filesystem::exist((first + L"x\\y").c_str()));
     given_profile.clear();
@@ -158,7 +145,7 @@ TEST_F(FileClass, a_folder_of_256_characters_is_used_but_not_kept) {
     std::wstring const drive = given_profile.substr(0, 3);
     for (std::size_t length : {255, 256, 259}) {
         given_profile = drive + std::wstring(length - rest - 3, L'p');
-        std::memset(classes::fc_paths, 0, sizeof classes::fc_paths);
+        forget();
         std::wstring const folder = classes::app_directory(QX::OWC_CHAT);
         EXPECT_EQ(folder, below_profile(L"\\chat\\"));
         EXPECT_EQ(classes::fc_paths[QX::OWC_CHAT][0] != 0, length == 255) << length;

@@ -192,24 +192,23 @@ TEST_F(Filesystem, set_cwd_takes_rooted_paths_alone) {
     EXPECT_TRUE(fs::set_cwd(before.c_str()));
 }
 
-// What is told of each match, in both widths alike.
+// Name and kind of each match, in both widths alike.
 std::string listed(std::string const& path, bool recursive) {
-    std::string narrow, wide_form;
-    static auto const note = [](QX::FileInf const& info, std::string const& both, void* user) {
-        static_cast<std::string*>(user)->append(both).append(info.directory ? "\\ " : " ");
-        EXPECT_TRUE(info.readable && !info.reserved);
-        if (info.size != 5) return;
-        EXPECT_TRUE(info.time == 1000000007 && info.hidden && !info.writable && !info.directory);
+    static auto const note = [](void* user, std::string const& text, QX::FileInf const& info) {
+        static_cast<std::string*>(user)->append(text).append(info.directory ? "\\ " : " ");
+        EXPECT_TRUE(info.readable && !info.reserved && info.size % 5 == 0);
+        EXPECT_EQ(info.size == 5, info.time == 1000000007 && info.hidden && !info.writable);
     };
+    std::string narrow, wide_form;
     fs::enumerate(
-        [](char const* folder, char const* name, char const* pattern, QX::FileInf const& info,
-           void* user) { note(info, std::string(folder) + "|" + name + pattern, user); },
+        [](char const* in, char const* name, char const* pattern, QX::FileInf const& info,
+           void* user) { note(user, std::string(in) + "|" + name + pattern, info); },
         path.c_str(), "*.t?t", &narrow, recursive);
     fs::enumerate(
-        [](UniString const& folder, UniString const& name, UniString const& pattern,
+        [](UniString const& in, UniString const& name, UniString const& pattern,
            QX::FileInf const& info, void* user) {
-            UniString const both = folder + L'|' + name + pattern;
-            note(info, std::string(both.begin(), both.end()), user);
+            UniString const text = in + L'|' + name + pattern;
+            note(user, std::string(text.begin(), text.end()), info);
         },
         wide(path).c_str(), L"*.t?t", &wide_form, recursive);
     EXPECT_EQ(narrow, wide_form);

@@ -20,31 +20,20 @@ using QX::TestMemBuffer;
 
 static_assert(sizeof(MemBuffer) == 24 && sizeof(TestMemBuffer) == 24 && sizeof(MemFileIn) == 64);
 
-TEST(MemBuffer, a_transfer_that_is_cut_short_shows_in_the_count_alone) {
+template <typename Buffer>
+void expect_ends() {
     test::Guarded const block(10);
-    MemBuffer buffer(block.data(), 10);
+    Buffer buffer(block.data(), 10);
     EXPECT_TRUE(buffer.write("abcdef", 6) == 6 && buffer.status() == QX::FILE_OK);
     EXPECT_TRUE(buffer.write("0123456789", 10) == 4 && buffer.status() == QX::FILE_END_OF_FILE);
-    char out[8] = {};
-    EXPECT_TRUE(buffer.seek(-10) && buffer.read(out, 7) == 7 && buffer.read(out, 8) == 3);
-    EXPECT_STREQ(out, "123def0");
-}
-
-template <typename Buffer>
-void expect_seeks() {
-    char block[10];
-    Buffer buffer(block, 10);
     EXPECT_TRUE(buffer.seek(-1) && buffer.tell() == 9 && buffer.seek(10));
-    EXPECT_FALSE(buffer.seek(11));
-    EXPECT_EQ(buffer.tell(), 11u);
-    EXPECT_EQ(buffer.read(block, 5), 0u);
-    EXPECT_FALSE(buffer.seek(-12));
-    EXPECT_EQ(buffer.tell(), static_cast<unsigned int>(-2));
+    EXPECT_TRUE(!buffer.seek(11) && buffer.tell() == 11 && buffer.read(block.data(), 5) == 0);
+    EXPECT_TRUE(!buffer.seek(-12) && buffer.tell() == ~1u);
 }
 
 TEST(MemBuffer, seek_moves_first_and_tests_afterwards) {
-    expect_seeks<MemBuffer>();
-    expect_seeks<TestMemBuffer>();
+    expect_ends<MemBuffer>();
+    expect_ends<TestMemBuffer>();
 }
 
 // By the value's width on both kinds of buffer, and the same value back.
@@ -140,17 +129,12 @@ TEST(MemFileIn, readln_looks_at_the_byte_behind_a_callers_block) {
     char line[8];
     file.open("a\r\nb", 2);
     EXPECT_TRUE(file.readln(line) == 1 && file.tell() == 3 && file.readln(line) == 0);
-    EXPECT_EQ(file.status(), QX::FILE_END_OF_FILE);
-    EXPECT_EQ(file.read(line, 1), 0u);
-}
-
-TEST(MemFileIn, a_mapping_that_fills_its_pages_and_ends_with_a_line_end_is_read_safely) {
+    EXPECT_TRUE(file.status() == QX::FILE_END_OF_FILE && file.read(line, 1) == 0);
+    // Not behind a mapping, whose page may be the last.
     test::TempFolder const folder;
-    MemFileIn file;
     ASSERT_TRUE(file.open(folder.write("pages", std::string(0xFFFF, 'x') + "\n").c_str()));
-    std::string line(0x10000, 0);
-    EXPECT_EQ(file.readln(line.data()), 0xFFFFu);
-    EXPECT_TRUE(file.status() == QX::FILE_OK && file.tell() == 0x10000);
+    std::string all(0x10000, 0);
+    EXPECT_TRUE(file.readln(all.data()) == 0xFFFF && file.tell() == 0x10000);
 }
 
 TEST(MemFileIn, a_seek_outside_stays_and_says_so) {

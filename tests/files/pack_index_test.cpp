@@ -20,21 +20,6 @@ struct Destroy {
 
 using Table = std::unique_ptr<PackTable, Destroy>;
 
-std::string bytes_of(unsigned short key, std::size_t first, std::size_t rest) {
-    std::string bytes(first + rest, 0);
-    QX::PackMask mask(key);
-    mask.apply(bytes.data(), first);
-    mask.apply(bytes.data() + first, rest);
-    return bytes;
-}
-
-TEST(PackMask, is_the_stream_that_is_written_down) {
-    EXPECT_EQ(bytes_of(1, 8, 0), "\x19\x46\x0C\x51\x3E\x55\x2E\xE0");
-    EXPECT_EQ(bytes_of(1234, 3, 5), "\xEA\x10\xC4\xAA\x46\xD4\xF1\x33");
-    EXPECT_EQ(bytes_of(0, 8, 0), std::string(8, 0));
-    EXPECT_EQ(bytes_of(65535, 1, 999), bytes_of(65535, 998, 2));
-}
-
 // The table by the letter: one slot after the other, one byte after the other.
 struct PlainSlot {
     char const* name = nullptr;
