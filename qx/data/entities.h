@@ -13,6 +13,7 @@
 
 namespace QX {
 
+// One named character: its name without '&' and ';', and its UTF-16 unit.
 struct Entity {
     char const* name;
     unsigned short code;

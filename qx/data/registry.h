@@ -23,11 +23,13 @@ public:
     void* handle() const { return handle_; }
 
 protected:
+    // Opens `key`, or makes it.
     QX_API explicit RegistrySectionPlatform(UniString const& key);
 
     void* handle_ = nullptr;
 };
 
+// One key below the current user's root, for integers and texts by name.
 class REGISTRY_SECTION : public RegistrySectionPlatform {
 public:
     // Opens `key` below the current user's root for reading and writing, and makes it if it is
@@ -39,6 +41,7 @@ public:
     QX_API bool read_int32(String const& name, int& value) const;
     QX_API bool read_int32(UniString const& name, int& value) const;
 
+    // Stores a REG_DWORD.
     QX_API bool write_int32(String const& name, int value);
     QX_API bool write_int32(UniString const& name, int value);
 

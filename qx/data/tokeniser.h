@@ -44,6 +44,12 @@ enum TOKENISER_PROCESSING_OPTIONS : unsigned char {
     TPO_SINGLE_QUOTE_STRINGS = 4,  // ' begins a quoted string; TPO_QUOTED_CHARS has no effect then
 };
 
+// Both sets of options.
+constexpr TOKENISER_PROCESSING_OPTIONS
+operator|(TOKENISER_PROCESSING_OPTIONS a, TOKENISER_PROCESSING_OPTIONS b) {
+    return static_cast<TOKENISER_PROCESSING_OPTIONS>(int{a} | int{b});
+}
+
 // A cursor over one text that the caller owns. Plain data: a copy continues from the same place,
 // but only one of the two may go on, since both write into the text. One thread at a time.
 class Tokeniser {

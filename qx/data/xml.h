@@ -28,6 +28,7 @@ namespace QX {
 
 class FileOut;
 
+// One attribute: a plain record.
 struct XML_ATTRIBUTE {
     using MovesOnGrowth = void;
 
@@ -87,6 +88,7 @@ public:
     // Empties all five. The texts keep their capacity.
     QX_API void clear();
 
+    // What counts is told at XmlEquality.
     QX_API bool operator==(XML_TAG const& other) const;
     bool operator!=(XML_TAG const& other) const { return !(*this == other); }
 
