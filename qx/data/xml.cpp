@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qx/data/xml_tree_impl.h"
+#include "qx/memory/heap_impl.h"
 
 namespace QX {
 
@@ -60,16 +61,75 @@ void XML_TAG<equality>::copy_children(XML_TAG const& other) {
     }
 }
 
+namespace {
+
+// Takes the blocks out of what is to be destroyed and gives them back in batches. Called in the
+// opposite order of their making, so that most of them join the arena's free end one by one.
+class BlockBin {
+public:
+    BlockBin() = default;
+    ~BlockBin() { empty(); }
+
+    BlockBin(BlockBin const&) = delete;
+    BlockBin& operator=(BlockBin const&) = delete;
+
+    void take(String& text) {
+        if (text.capacity() != 0) add(text.data());
+        std::construct_at(&text);
+    }
+
+    // The array's elements hold nothing any more. The word in front of them names the block.
+    template <typename T>
+    void take(DynamicArray<T>& array) {
+        if (T* const elements = array.data()) add(reinterpret_cast<void**>(elements)[-1]);
+        std::construct_at(&array);
+    }
+
+    // What is left of the tag has nothing to release.
+    template <typename Tag>
+    void take_childless(Tag& tag) {
+        take(tag.epilog);
+        take(tag.tags);
+        take(tag.content);
+        for (auto i = tag.attributes.size(); i-- != 0;) {
+            take(tag.attributes[i].value);
+            take(tag.attributes[i].name);
+        }
+        take(tag.attributes);
+        take(tag.name);
+    }
+
+private:
+    void add(void const* block) {
+        if (count_ == room) empty();
+        blocks_[count_++] = block;
+    }
+
+    void empty() {
+        if (count_) custom_free_all(blocks_, count_);
+        count_ = 0;
+    }
+
+    static constexpr unsigned int room = 64;
+
+    unsigned int count_ = 0;
+    void const* blocks_[room];
+};
+
+}  // namespace
+
 // Destroys depth first, last child first, without recursion and without memory: while an element's
 // children go, its `tags` hold the array it stands in itself, and the room of its name holds the
 // way back to the element above.
 template <XmlEquality equality>
 void XML_TAG<equality>::destroy_children() noexcept {
+    BlockBin bin;
     Tags level;
     level.swap(tags);
     XML_TAG* above = nullptr;
     for (;;) {
-        while (!level.empty() && level.back().tags.empty()) level.pop_back();
+        for (; !level.empty() && level.back().tags.empty(); level.pop_back())
+            bin.take_childless(level.back());
         if (!level.empty()) {
             XML_TAG* const open = &level.back();
             level.swap(open->tags);

@@ -11,7 +11,7 @@
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"
 #include "qx/files/file_streams.h"
-#include "qx/memory/heap.h"
+#include "qx/memory/heap_impl.h"
 
 namespace QX {
 
@@ -64,16 +64,77 @@ char* skip_to_character(char* at, char wanted) {
     return skip_to_characters(at, wanted, wanted);
 }
 
+// A text in a block that was made for it.
+class FilledText : public String {
+public:
+    FilledText(void* block, char const* text, unsigned int length) {
+        char* const characters = static_cast<char*>(block);
+        if (length <= sizeof(__m128i) && block_scan::fits_page(text)) {
+            // The arena's blocks have room for this.
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(characters), block_scan::load(text));
+        } else {
+            std::memcpy(characters, text, length);
+        }
+        characters[length] = 0;
+        adopt_block(characters, length);
+    }
+};
+
 // A first run is taken over as an exact copy, which is what appending to an empty text gives.
 void append_run(String& target, char const* first, char const* end) {
     if (first == end) return;
     auto const length = static_cast<unsigned int>(end - first);
     if (QX_LIKELY(target.capacity() == 0)) {
-        target = String(first, length);
+        target = FilledText(custom_malloc(length + 1ull, HEAP_GENERAL), first, length);
     } else {
         target.append(first, length);
     }
 }
+
+// The name of a tag and the names and values of its attributes, whose blocks are made together.
+class PlainRuns {
+public:
+    bool full() const { return count_ == room; }
+
+    void add(char const* first, char const* end) {
+        texts_[count_] = first;
+        lengths_[count_] = static_cast<unsigned int>(end - first);
+        if (first != end) sizes_[used_++] = lengths_[count_] + 1ull;
+        ++count_;
+    }
+
+    // False, with the tag as it was, where the blocks are to be made one by one.
+    template <typename Tag>
+    bool store(Tag& tag) {
+        if (allocation_hook) return false;
+        if (count_ > 1) tag.attributes.reserve(first_attributes);
+        void* blocks[room];
+        if (!custom_malloc_all(sizes_, blocks, used_)) return false;
+        void** next = blocks;
+        fill(tag.name, 0, next);
+        tag.attributes.resize(count_ / 2);
+        unsigned int run = 1;
+        for (XML_ATTRIBUTE& attribute : tag.attributes) {
+            fill(attribute.name, run++, next);
+            fill(attribute.value, run++, next);
+        }
+        return true;
+    }
+
+private:
+    void fill(String& target, unsigned int at, void**& next) const {
+        if (lengths_[at]) target = FilledText(*next++, texts_[at], lengths_[at]);
+    }
+
+    static constexpr unsigned int first_attributes = 8;  // what a growing array takes first
+    static constexpr unsigned int room = 1 + 2 * first_attributes;
+
+    unsigned int count_ = 0;
+    unsigned int used_ = 0;
+    char const* texts_[room];
+    unsigned int lengths_[room];
+    unsigned long long sizes_[room];
+};
 
 // As UTF-8; the code 0 is no text.
 void append_code(String& target, unsigned int code) {
@@ -96,13 +157,20 @@ void append_code(String& target, unsigned int code) {
 
 constexpr unsigned int no_code = 0xFFFFFFFF;
 
+// 0 to 15, or more for what is no digit of either case.
+unsigned int digit_value(char c) {
+    unsigned int const decimal = static_cast<unsigned char>(c) - unsigned{'0'};
+    if (decimal < 10) return decimal;
+    unsigned int const letter = (static_cast<unsigned char>(c) | 0x20u) - 'a';
+    return letter < 6 ? letter + 10 : 16;
+}
+
 // The value of a text that is digits of `radix` and nothing else, up to 65535.
 unsigned int read_number(std::string_view digits, unsigned int radix) {
     if (digits.empty()) return no_code;
     unsigned int value = 0;
     for (char const c : digits) {
-        unsigned int digit = static_cast<unsigned char>(c) - '0';
-        if (digit > 9) digit = (static_cast<unsigned char>(c) | 0x20u) - 'a' + 10;
+        unsigned int const digit = digit_value(c);
         if (digit >= radix) return no_code;
         value = value * radix + digit;
         if (value > 0xFFFF) return no_code;
@@ -168,6 +236,8 @@ private:
     bool read_declaration(Tag& root);
     bool read_content(Tag& root);
     bool read_element();
+    bool read_plain_tag(Tag& tag);
+    bool read_name_and_attributes(Tag& tag);
     bool read_name(Tag& tag);
     bool read_attribute(Tag& tag);
     bool read_value(String& value);
@@ -247,13 +317,9 @@ bool Reader<Rules>::skip_markup() {
 template <typename Rules>
 bool Reader<Rules>::read_element() {
     auto& siblings = open_.back()->tags;
-    siblings.push_back(Tag());
+    siblings.resize(siblings.size() + 1);
     Tag& tag = siblings.back();
-    if (!read_name(tag)) return false;
-    while (*at_ != '/' && *at_ != '>') {
-        if (!read_attribute(tag)) return false;
-        at_ = skip_blanks(at_);
-    }
+    if (!read_plain_tag(tag) && !read_name_and_attributes(tag)) return false;
     bool const closed = *at_++ == '/';
     if (closed) {
         // Whatever stands here is taken for the '>'.
@@ -264,6 +330,44 @@ bool Reader<Rules>::read_element() {
         open_.push_back(&tag);
         target_ = &tag.content;
     }
+    return true;
+}
+
+template <typename Rules>
+bool Reader<Rules>::read_name_and_attributes(Tag& tag) {
+    if (!read_name(tag)) return false;
+    while (*at_ != '/' && *at_ != '>') {
+        if (!read_attribute(tag)) return false;
+        at_ = skip_blanks(at_);
+    }
+    return true;
+}
+
+// The usual start tag at one go: no references, few attributes, nothing missing. Anything else is
+// left as it was for the step-by-step way.
+template <typename Rules>
+bool Reader<Rules>::read_plain_tag(Tag& tag) {
+    PlainRuns runs;
+    char* const name = at_ + 1;
+    char* at = skip_to(name, ends_element_name);
+    while (*at && !Rules::ends_name(at)) at = skip_to(at + 1, ends_element_name);
+    runs.add(name, at);
+    for (at = skip_blanks(at); *at != '/' && *at != '>'; at = skip_blanks(at)) {
+        if (!*at || runs.full()) return false;
+        char* const end = skip_to(at + 1, ends_attribute_name);
+        runs.add(at, end);
+        at = skip_blanks(end);
+        if (!*at) return false;
+        at = skip_blanks(at + 1);
+        char const quote = *at;
+        if (!quote) return false;
+        char* const value = at + 1;
+        at = skip_to_characters(value, quote, '&');
+        if (!*at || *at != quote) return false;
+        runs.add(value, at++);
+    }
+    if (!runs.store(tag)) return false;
+    at_ = at;
     return true;
 }
 

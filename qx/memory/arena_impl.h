@@ -199,4 +199,56 @@ QX_ALWAYS_INLINE void release_inline(void const* block) {
     s.lock.release();
 }
 
+// All or none.
+inline bool allocate_all_inline(unsigned long long const* requests, void** blocks, unsigned count) {
+    State& s = state;
+    s.lock.acquire();
+    unsigned int made = 0;
+    for (; made != count; ++made) {
+        Size const request = requests[made];
+        void* const block = QX_LIKELY(request <= largest_small_request)
+                                ? allocate_small(s, padded(request))
+                                : allocate_large(s, request);
+        if (QX_UNLIKELY(!block)) break;
+        check_now_and_then(s);
+        show_to_checker(block);
+        blocks[made] = block;
+    }
+    bool const all = made == count;
+    if (QX_UNLIKELY(!all)) {
+        while (made != 0) release_chunk(s, chunk_of(blocks[--made]));
+    }
+    s.lock.release();
+    return all;
+}
+
+// Whether `chunk` is one in use inside a segment, whose size can be gone by.
+inline bool may_be_joined(State const& s, Chunk const* chunk) {
+    return is_plausible(s, chunk) && !is_stray(chunk) && !may_be_unmapped(chunk) &&
+           has(chunk, in_use) && size_of(chunk) <= s.footprint;
+}
+
+// Blocks that lie one behind the other, the last one first, go as one. The heads are fetched ahead
+// of their turn.
+inline void release_all_inline(void const* const* blocks, unsigned int count) {
+    constexpr unsigned int ahead = 8;
+    State& s = state;
+    for (unsigned int i = 0; i < count && i < ahead; ++i) __builtin_prefetch(chunk_of(blocks[i]), 1);
+    s.lock.acquire();
+    for (unsigned int i = 0; i != count; ++i) {
+        Chunk* chunk = chunk_of(blocks[i]);
+        for (bool joins = may_be_joined(s, chunk); joins && i + 1 != count; ++i) {
+            if (i + ahead < count) __builtin_prefetch(chunk_of(blocks[i + ahead]), 1);
+            Chunk* const before = chunk_of(blocks[i + 1]);
+            joins = may_be_joined(s, before) && behind(before) == chunk;
+            if (!joins) break;
+            before->head += size_of(chunk);
+            chunk = before;
+        }
+        release_chunk(s, chunk);
+        check_now_and_then(s);
+    }
+    s.lock.release();
+}
+
 }  // namespace QX::arena

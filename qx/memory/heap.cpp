@@ -66,6 +66,16 @@ void custom_free(void const* block) {
     tell(block, 0);
 }
 
+bool custom_malloc_all(unsigned long long const* sizes, void** blocks, unsigned int count) {
+    if (QX_UNLIKELY(special_flags != 0 || allocation_hook)) return false;
+    return arena::allocate_all_inline(sizes, blocks, count);
+}
+
+void custom_free_all(void const* const* blocks, unsigned int count) {
+    arena::release_all_inline(blocks, count);
+    for (unsigned int i = 0; i != count; ++i) tell(blocks[i], 0);
+}
+
 void* malloc_aligned(unsigned long long size, unsigned int alignment, HEAPS heap) {
     unsigned long long const step = alignment < 4 ? 4 : alignment;
     void* const base = custom_malloc(size + 8 + step, heap);

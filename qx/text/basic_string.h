@@ -238,6 +238,13 @@ public:
     }
 
 protected:
+    // Takes over a block of custom_malloc that holds `count` characters and a terminator. The
+    // string has none of its own, and `count` is not 0.
+    void adopt_block(CharT* block, unsigned int count) {
+        storage_ = block;
+        length_ = capacity_ = count;
+    }
+
     // Gives the block back; the string is then empty without one.
     QX_API void release_block();
 
