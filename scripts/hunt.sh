@@ -44,6 +44,7 @@ runs=0
 for kind in undefined address; do instrumented $kind || found=$((found + 1)); done
 [ -f build/mingw/build.ninja ] || cmake --preset mingw >/dev/null
 ninja -C build/mingw --quiet >"$log/build.log" 2>&1 || exit 1
+scripts/real_documents.sh || found=$((found + 1))
 seed=$(date +%s)
 while [ $SECONDS -lt $ends ]; do
   for build in build/mingw build/mingw-undefined build/mingw-address; do

@@ -103,6 +103,7 @@ stage package scripts/check_package.sh
 stage debugger scripts/check_debugger.sh
 stage examples examples
 stage fuzz short_fuzz
+stage documents scripts/real_documents.sh --short
 stage demo demo_and_its_failures
 stage net scripts/check_net.sh
 echo "all stages in $((SECONDS - started)) s"

@@ -1,4 +1,5 @@
-// qxxml.cpp - checks, formats, sorts and strips XML files as the library reads and writes them.
+// qxxml.cpp - checks, shows, formats, sorts and strips XML files as the library reads and writes
+// them.
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -10,6 +11,7 @@
 
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"
+#include "qx/data/xml_parser.h"
 #include "qx/files/file_streams.h"
 #include "qx/text/convert.h"
 #include "tools/command.h"
@@ -28,6 +30,11 @@ char const usage[] =
     "  qxxml check FILE...\n"
     "      tells what is wrong in each file, with line and column; also what the library\n"
     "      would accept but read otherwise than it is written\n"
+    "  qxxml tree [--second] FILE...\n"
+    "      shows what the library makes of each file: after a line \"# FILE\" a line for each tag\n"
+    "      (<NAME), attribute (@NAME=VALUE), text before the first child (\"TEXT) and text behind\n"
+    "      the tag (~TEXT), a tab in front for each level; line ends, tabs and backslashes in\n"
+    "      texts are \\n, \\r, \\t and \\\\; --second reads by the second parser\n"
     "  qxxml format [--raw] [--lossy] IN OUT\n"
     "      writes IN on indented lines, or with --raw with its texts as they are\n"
     "  qxxml sort [--by ATTRIBUTE] [--lossy] IN OUT\n"
@@ -276,6 +283,63 @@ QX::XML read_tree(std::wstring const& name) {
     return tree;
 }
 
+// --- Showing -------------------------------------------------------------------------------------
+
+// The letter that stands for `c` behind a backslash, or 0.
+char escaped(char c) {
+    switch (c) {
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case '\t': return 't';
+    case '\\': return '\\';
+    default: return 0;
+    }
+}
+
+void print_line(std::size_t depth, char kind, std::string_view text) {
+    static std::string line;
+    line.assign(depth, '\t');
+    line += kind;
+    for (char const c : text) {
+        char const letter = escaped(c);
+        if (letter) line += '\\';
+        line += letter ? letter : c;
+    }
+    line += '\n';
+    std::fwrite(line.data(), 1, line.size(), stdout);
+}
+
+std::string_view view(QX::String const& text) {
+    return {text.data(), text.length()};
+}
+
+template <typename Tag>
+void print_start(Tag const& tag, std::size_t depth) {
+    print_line(depth, '<', view(tag.name));
+    for (auto const& attribute : tag.attributes)
+        print_line(
+            depth + 1, '@',
+            std::string(view(attribute.name)) + "=" + std::string(view(attribute.value)));
+    if (!tag.content.empty()) print_line(depth + 1, '"', view(tag.content));
+}
+
+template <typename Tag>
+void print_tree(Tag const& root) {
+    std::vector<std::pair<Tag const*, std::size_t>> open{{&root, 0}};
+    print_start(root, 0);
+    while (!open.empty()) {
+        auto& [tag, next] = open.back();
+        if (next != tag->tags.size()) {
+            Tag const& child = tag->tags[next++];
+            print_start(child, open.size());
+            open.push_back({&child, 0});
+        } else {
+            open.pop_back();
+            if (!tag->epilog.empty()) print_line(open.size(), '~', view(tag->epilog));
+        }
+    }
+}
+
 // --- Commands ------------------------------------------------------------------------------------
 
 bool is_blank(QX::String const& text) {
@@ -332,6 +396,7 @@ void trim_texts(QX::XML& tree) {
 struct Options {
     bool raw = false;
     bool lossy = false;
+    bool second = false;
     QX::String by;
     tool::Words names;
 };
@@ -351,6 +416,27 @@ int check(Options const& options) {
         faults += found;
     }
     return faults ? tool::exit_failed : 0;
+}
+
+template <typename Document>
+bool show(std::wstring const& name, bool (Document::*parse)(char*)) {
+    std::string text = read_whole(name);
+    Document tree;
+    std::printf("# %s\n", shown(name).c_str());
+    bool const parsed = (tree.*parse)(text.data());
+    if (parsed) print_tree<typename Document::Tag>(tree);
+    std::fflush(stdout);
+    if (!parsed) std::fprintf(stderr, "%s: cannot be parsed\n", shown(name).c_str());
+    return parsed;
+}
+
+int show_all(Options const& options) {
+    bool all = true;
+    for (std::wstring const& name : options.names) {
+        all &= options.second ? show<QX::XMLParser>(name, &QX::XMLParser::parse)
+                              : show<QX::XML>(name, &QX::XML::parse_std_xml);
+    }
+    return all ? 0 : tool::exit_failed;
 }
 
 int rewrite(Options const& options, bool sorted) {
@@ -386,6 +472,7 @@ Options read_options(std::wstring const& command, tool::Words const& words) {
     bool const formats = command == L"format", sorts = command == L"sort";
     options.names = tool::take_options(words, [&](std::wstring const& option, auto value) {
         if (option == L"--raw" && formats) return options.raw = true;
+        if (option == L"--second" && command == L"tree") return options.second = true;
         if (option == L"--lossy" && (formats || sorts)) return options.lossy = true;
         if (option != L"--by" || !sorts) return false;
         options.by = shown(value()).c_str();
@@ -396,12 +483,13 @@ Options read_options(std::wstring const& command, tool::Words const& words) {
 }
 
 int run(std::wstring const& command, tool::Words const& words) {
-    if (command != L"check" && command != L"format" && command != L"sort" && command != L"strip")
+    tool::Words const commands = {L"check", L"tree", L"format", L"sort", L"strip"};
+    if (std::find(commands.begin(), commands.end(), command) == commands.end())
         fail_usage(shown(command) + ": no such command");
     Options const options = read_options(command, words);
-    if (command == L"check") {
-        if (options.names.empty()) fail_usage("check: no file given");
-        return check(options);
+    if (command == L"check" || command == L"tree") {
+        if (options.names.empty()) fail_usage(shown(command) + ": no file given");
+        return command == L"check" ? check(options) : show_all(options);
     }
     if (options.names.size() != 2) fail_usage(shown(command) + ": IN and OUT are wanted");
     return command == L"strip" ? strip(options) : rewrite(options, command == L"sort");
