@@ -17,21 +17,19 @@ std::string dump(Tag const& tag) {
     for (auto const& attribute : tag.attributes)
         text += std::string("@") + attribute.name.c_str() + "=" + attribute.value.c_str();
     if (!tag.content.empty()) text += std::string("\"") + tag.content.c_str() + "\"";
-    if (!tag.tags.empty()) {
-        text += '(';
-        for (auto const& child : tag.tags) text += (text.back() == '(' ? "" : " ") + dump(child);
-        text += ')';
-    }
+    for (auto const& child : tag.tags)
+        text += (&child == &tag.tags.front() ? "(" : " ") + dump(child);
+    if (!tag.tags.empty()) text += ')';
     if (!tag.epilog.empty()) text += std::string("~") + tag.epilog.c_str();
     return text;
 }
 
-inline bool parse(QX::XML& tree, char* text) {
-    return tree.parse_std_xml(text);
-}
-
-inline bool parse(QX::XMLParser& tree, char* text) {
-    return tree.parse(text);
+template <typename Document>
+bool parse(Document& tree, char* text) {
+    if constexpr (requires { tree.parse_std_xml(text); })
+        return tree.parse_std_xml(text);
+    else
+        return tree.parse(text);
 }
 
 template <typename Document>
