@@ -1,5 +1,4 @@
-// qxxml.cpp - checks, shows, formats, sorts and strips XML files as the library reads and writes
-// them.
+// qxxml.cpp - checks, shows, formats, sorts and strips XML files, as the library reads and writes.
 #include <algorithm>
 #include <charconv>
 #include <cstdio>

@@ -233,7 +233,8 @@ inline bool may_be_joined(State const& s, Chunk const* chunk) {
 inline void release_all_inline(void const* const* blocks, unsigned int count) {
     constexpr unsigned int ahead = 8;
     State& s = state;
-    for (unsigned int i = 0; i < count && i < ahead; ++i) __builtin_prefetch(chunk_of(blocks[i]), 1);
+    for (unsigned int i = 0; i < count && i < ahead; ++i)
+        __builtin_prefetch(chunk_of(blocks[i]), 1);
     s.lock.acquire();
     for (unsigned int i = 0; i != count; ++i) {
         Chunk* chunk = chunk_of(blocks[i]);
