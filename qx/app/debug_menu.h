@@ -33,7 +33,7 @@ public:
     QX_API void invalidate();   // forgets the handle without a system call
     QX_API bool valid() const;  // whether there is a handle
 
-    QX_API HMENU__* menu() const;
+    QX_API HMENU__* menu() const;  // the handle; null if there is none
 
 protected:
     HMENU__* menu_ = nullptr;

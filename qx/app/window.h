@@ -42,6 +42,7 @@ struct WindowInitialiser {
     bool fixed_style = false;         // false: a windowed window takes the sizeable style
     unsigned int style = 0;           // the system's style bits
 
+    // The menu for `create`; still the host's.
     QX_API void set_menu(HMENU__* new_menu);
 
     // Chooses the style; the system menu's bit is never in it.

@@ -49,6 +49,7 @@ private:
     WSADATA data_;
 };
 
+// One start-up, as hosts name it.
 class SocketClient : public SocketClientPlatform {
 public:
     SocketClient(char major, char minor) : SocketClientPlatform(major, minor) {}

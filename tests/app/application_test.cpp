@@ -1,20 +1,19 @@
-#include "qx/app/application.h"
-
+// The process as an application: its object, the message pump, and the ways out.
 #include <gtest/gtest.h>
 
-#include "qx/app/window.h"
-#include "qx/base/windows.h"
+#include "qx/app/process.h"
 #include "tests/app/host.h"
 #include "tests/harness/stand_in.h"
 
-#include <type_traits>
-#include <vector>
+#include <thread>
 
 namespace {
 
+// --- The pump ------------------------------------------------------------------------------------
+
 using Messages = std::vector<unsigned int>;
 
-Messages dispatched = test::roomy<unsigned int>();
+Messages dispatched;
 LRESULT(WINAPI* system_dispatch)(MSG const*);
 
 LRESULT WINAPI note_dispatch(MSG const* message) {
@@ -22,97 +21,69 @@ LRESULT WINAPI note_dispatch(MSG const* message) {
     return system_dispatch(message);
 }
 
-// Posts to the thread's own queue and pumps once, with each dispatch noted.
-class MessageLoop : public testing::Test {
-protected:
-    MessageLoop() : dispatch_("DispatchMessageW", note_dispatch) {
-        system_dispatch = reinterpret_cast<decltype(system_dispatch)>(dispatch_.original());
-        dispatched.clear();
-        MSG message;
-        PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);  // makes the queue
-    }
+// Posts to the thread's own queue and pumps once.
+void expect_pumped(Messages const& posted, Messages const& expected, bool quits) {
+    test::StandIn const dispatch("DispatchMessageW", note_dispatch);
+    system_dispatch = reinterpret_cast<decltype(system_dispatch)>(dispatch.original());
+    for (unsigned int message : posted)
+        PostThreadMessageW(GetCurrentThreadId(), message, 'A', 0x1E0001);
+    EXPECT_EQ(QX::Application::process_message_queue(), quits);
+    EXPECT_EQ(std::exchange(dispatched, {}), expected);
+}
 
-    static void post(Messages const& messages) {
-        for (unsigned int message : messages)
-            PostThreadMessageW(GetCurrentThreadId(), message, 0, 0);
-    }
-
-    static bool pump() {
-        dispatched.clear();
-        return QX::Application::process_message_queue();
-    }
-
-private:
-    test::StandIn dispatch_;
-};
-
-TEST_F(MessageLoop, quit_message_is_dispatched_and_then_noticed) {
+TEST(MessageLoop, quit_message_is_dispatched_and_then_noticed) {
+    expect_pumped({}, {}, false);
     QX::QXWindow::post_quit_message();
-    post({WM_APP, WM_APP + 2, WM_APP + 1});
-    EXPECT_TRUE(pump());
-    EXPECT_EQ(dispatched, (Messages{WM_APP, WM_APP + 2, WM_APP + 1, WM_QUIT}));
-    EXPECT_FALSE(pump());
-    EXPECT_EQ(dispatched, Messages{});
-    post({WM_QUIT, WM_APP});
-    EXPECT_TRUE(pump());
-    EXPECT_EQ(dispatched, Messages{WM_QUIT});
-    EXPECT_FALSE(pump());
-    EXPECT_EQ(dispatched, Messages{WM_APP});
+    expect_pumped({WM_APP, WM_KEYDOWN}, {WM_APP, WM_KEYDOWN, WM_CHAR, WM_QUIT}, true);
+    expect_pumped({WM_QUIT, WM_APP}, {WM_QUIT}, true);
+    expect_pumped({}, {WM_APP}, false);
 }
 
-TEST_F(MessageLoop, gesture_stops_the_pump_before_the_rest) {
-    post({WM_APP, 0x119, WM_QUIT});
-    EXPECT_FALSE(pump());
-    EXPECT_EQ(dispatched, (Messages{WM_APP, 0x119}));
-    EXPECT_TRUE(pump());
-    EXPECT_EQ(dispatched, Messages{WM_QUIT});
+TEST(MessageLoop, gesture_stops_the_pump_before_the_rest) {
+    expect_pumped({WM_APP, 0x119, WM_QUIT}, {WM_APP, 0x119}, false);
+    expect_pumped({}, {WM_QUIT}, true);
 }
 
-// --- Clearing ------------------------------------------------------------------------------------
-
-int peeks = 0;
-int messages_left = 0;
+int messages_left = 3;
 
 BOOL WINAPI check_peek(MSG* message, HWND window, UINT first, UINT last, UINT flags) {
-    EXPECT_EQ(message, nullptr);
-    EXPECT_EQ(window, nullptr);
-    EXPECT_EQ(first | last, 0u);
-    EXPECT_EQ(flags, UINT{PM_REMOVE});
-    ++peeks;
+    EXPECT_TRUE(!message && !window && (first | last) == 0 && flags == PM_REMOVE);
     return messages_left-- > 0;
 }
 
-TEST_F(MessageLoop, clearing_removes_without_a_record_until_nothing_is_found) {
-    post({WM_APP, WM_APP + 1});
-    QX::Application::clear_message_queue();  // how much goes is the system's affair
-    EXPECT_FALSE(pump());
-    EXPECT_LT(dispatched.size(), 2u);
-    dispatched.clear();
-
+TEST(MessageLoop, clearing_removes_without_a_record_until_nothing_is_found) {
     test::StandIn const call("PeekMessageW", check_peek);
-    ASSERT_TRUE(call.found());
-    for (auto clear :
-         {QX::Application::clear_message_queue, QX::ApplicationPlatform::clear_message_queue}) {
-        peeks = 0;
-        messages_left = 3;
-        clear();
-        EXPECT_EQ(peeks, 4);
-    }
-    EXPECT_EQ(dispatched, Messages{});
+    QX::Application::clear_message_queue();
+    EXPECT_EQ(messages_left, -1);
 }
 
-// --- The object ----------------------------------------------------------------------------------
+// --- The process ---------------------------------------------------------------------------------
 
-TEST(Application, keeps_the_instance_and_copies_nothing_else) {
-    auto const handle = reinterpret_cast<HINSTANCE>(0x1230);
-    QX::Application const first(QX::ApplicationInitialiser{handle});
-    QX::Application second(QX::ApplicationInitialiser{});
-    EXPECT_EQ(second.application_instance(), nullptr);
-    second = first;
-    QX::Application const third(second);
-    EXPECT_EQ(third.application_instance(), handle);
-    EXPECT_EQ(sizeof(QX::Application), 2 * sizeof(void*));
-    EXPECT_FALSE(std::is_polymorphic_v<QX::ApplicationPlatform>);
+TEST(ProcessDeathTest, exit_and_kill_end_it_without_orderly_work) {
+    auto const orderly_work = [] { std::atexit([] { std::_Exit(99); }); };
+    EXPECT_EXIT((orderly_work(), QX::exit_process(77)), testing::ExitedWithCode(77), "");
+    EXPECT_EXIT((orderly_work(), QX::Application::kill()), testing::ExitedWithCode(0), "");
+}
+
+// Answers the box once it is on the screen.
+bool confirm_with(WPARAM button) {
+    std::thread answer([button] {
+        wchar_t text[100] = {};
+        HWND box = nullptr;
+        for (; std::wstring(text) != L"Are you sure you want to abort the process?"; Sleep(10)) {
+            box = FindWindowW(L"#32770", L"Last chance...");
+            GetDlgItemTextW(box, 0xFFFF, text, 100);
+        }
+        PostMessageW(box, WM_COMMAND, button, 0);
+    });
+    bool const result = QX::confirm_exit(77);
+    answer.join();
+    return result;
+}
+
+TEST(ProcessDeathTest, confirm_exit_ends_it_on_ok_and_goes_on_after_cancel) {
+    EXPECT_FALSE(confirm_with(IDCANCEL));
+    EXPECT_EXIT(confirm_with(IDOK), testing::ExitedWithCode(77), "");
 }
 
 }  // namespace

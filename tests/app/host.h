@@ -1,10 +1,10 @@
 // host.h - what a host of the library brings: a window class, a procedure and an event handler.
 #pragma once
 
+#include "qx/app/application.h"
 #include "qx/app/window.h"
 #include "qx/base/windows.h"
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,38 +18,25 @@ public:
 
     void get_min_max_info(Window const& from, int& height, int& track_height) override {
         note(from, "get_min_max_info");
-        height = max_height;
-        track_height = max_track_height;
+        height = 700;
+        track_height = 800;
     }
     void activate_app(Window const& from, bool on) override { note(from, "activate_app", on); }
     void activate(Window const& from, bool on) override { note(from, "activate", on); }
-    bool resize(Window const& from, unsigned int kind) override {
-        return note(from, "resize", kind);
-    }
-    void pause_rendering(Window const& from, bool on) override {
-        note(from, "pause_rendering", on);
-    }
+    bool resize(Window const& from, unsigned kind) override { return note(from, "resize", kind); }
+    void pause_rendering(Window const& from, bool on) override { note(from, "pause", on); }
     bool nc_hit_test(Window const& from) override { return note(from, "nc_hit_test"); }
-    bool sys_command(Window const& from, unsigned int message, unsigned int id) override {
+    bool sys_command(Window const& from, unsigned message, unsigned id) override {
         return note(from, "sys_command", message, id);
     }
-    void debug_key(Window const& from, unsigned int key, bool control) override {
+    void debug_key(Window const& from, unsigned key, bool control) override {
         note(from, "debug_key", key, control);
     }
-    void lock_workstation(Window const& from, bool on) override {
-        note(from, "lock_workstation", on);
-    }
-
-    // How many calls read exactly so.
-    int count(std::string const& call) const {
-        return static_cast<int>(std::count(calls.begin(), calls.end(), call));
-    }
+    void lock_workstation(Window const& from, bool on) override { note(from, "lock", on); }
 
     std::vector<std::string> calls;
     Window const* last_window = nullptr;
     bool answer = false;
-    int max_height = 700;
-    int max_track_height = 800;
 
 private:
     template <typename... Values>
@@ -61,45 +48,62 @@ private:
     }
 };
 
+// Runs the library's pump for at most `ms` or until `done`; whether it was done.
+inline bool pump_until(std::function<bool()> const& done, unsigned int ms = 3000) {
+    for (DWORD const start = GetTickCount(); GetTickCount() - start < ms; Sleep(2)) {
+        QX::Application::process_message_queue();
+        if (done()) return true;
+    }
+    return false;
+}
+
 // One window whose procedure hands every message to the library and then to the system.
 class Host {
 public:
-    explicit Host(unsigned int style = 0x14C20000);
-    ~Host();
-
+    explicit Host(unsigned int style = 0x14C20000) : window(&handler) {
+        WNDCLASSW description = {};
+        description.lpfnWndProc = procedure;
+        description.lpszClassName = L"QXAppTest";
+        RegisterClassW(&description);
+        initialiser.class_name = description.lpszClassName;
+        initialiser.style = style;
+    }
+    ~Host() { window.destroy(); }
     Host(Host const&) = delete;
     Host& operator=(Host const&) = delete;
 
     // Creates the window; false if the system has none.
-    bool open(QX::Rectangle const& rectangle = {50, 60, 450, 360}, bool with_menu = false);
+    bool open(QX::Rectangle const& rectangle = {50, 60, 450, 360}) {
+        being_opened = this;
+        window.create(rectangle, initialiser, false);
+        being_opened = nullptr;
+        return window.valid();
+    }
 
-    // Opens, comes to the front and waits until the window is active there.
-    bool open_in_front();
-    bool come_to_front();
-
-    HWND hwnd() const { return window.get_hwnd(); }
+    // Shows the window and waits until it is the active one; opens it if need be.
+    bool come_to_front() {
+        if (!window.valid() && !open()) return false;
+        HWND const hwnd = window.get_hwnd();
+        window.show_window(SW_SHOWNORMAL);
+        SetForegroundWindow(hwnd);
+        window.set_focus();
+        return pump_until([hwnd] { return GetForegroundWindow() == hwnd && GetFocus() == hwnd; });
+    }
 
     RecordingHandler handler;
     QX::QXWindow window;
     QX::WindowInitialiser initialiser;
-    std::function<void(UINT, WPARAM, LPARAM)> on_message;  // sees each message first
+
+private:
+    static LRESULT CALLBACK procedure(HWND hwnd, UINT message, WPARAM wparam, LPARAM lparam) {
+        auto host = reinterpret_cast<Host*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
+        if (!host) host = being_opened;
+        SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(host));
+        if (host && host->window.process_wnd_proc(message, wparam, lparam)) return 0;
+        return DefWindowProcW(hwnd, message, wparam, lparam);
+    }
+
+    static inline Host* being_opened = nullptr;
 };
-
-// Runs the library's pump for at most `ms` or until `done`; whether it was done.
-bool pump_until(std::function<bool()> const& done, unsigned int ms = 3000);
-
-// One synthetic key by scan code.
-void send_key(unsigned short scan_code, bool down);
-
-// A list that a case may fill without leaving a block behind.
-template <typename T>
-std::vector<T> roomy() {
-    std::vector<T> list;
-    list.reserve(200);
-    return list;
-}
-
-// Runs one disabled case of this program in a process of its own; its exit code.
-unsigned long run_child(std::string const& name);
 
 }  // namespace test

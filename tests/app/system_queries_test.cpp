@@ -1,232 +1,266 @@
-// Identifiers, calendar time and what the system says of itself.
+// What the library asks of the processor and the system.
+#include "qx/app/clipboard.h"
+#include "qx/app/cpu_config_impl.h"
+#include "qx/app/floating_point.h"
+#include "qx/app/power.h"
 #include "qx/app/system_info.h"
 #include "qx/app/time_date.h"
 #include "qx/app/uuid.h"
 #include "qx/base/windows.h"
 #include "tests/app/host.h"
-#include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"
 
 #include <gtest/gtest.h>
 
-#include <rpc.h>
+#include <xmmintrin.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <array>
+#include <bit>
 #include <cstring>
-#include <set>
+#include <functional>
 #include <string>
 #include <time.h>
+#include <vector>
 
 namespace {
 
-// --- Identifiers ---------------------------------------------------------------------------------
+// --- Processors, recorded ------------------------------------------------------------------------
 
-std::string written_by_hand(QX::Uuid const& id) {
-    auto const* const tail = id.data4;
-    char text[64];
-    std::snprintf(
-        text, sizeof text, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", id.data1, id.data2,
-        id.data3, tail[0], tail[1], tail[2], tail[3], tail[4], tail[5], tail[6], tail[7]);
-    return text;
-}
+using QX::CPUConfig;
+using QX::detail::CpuidLeaf;
 
-TEST(Uuid, text_goes_both_ways) {
-    test::Random random;
-    for (int i = 0; i < 300; ++i) {
-        QX::Uuid id;
-        auto* const bytes = reinterpret_cast<unsigned char*>(&id);
-        for (unsigned int k = 0; k < sizeof id; ++k)
-            bytes[k] = static_cast<unsigned char>(random.below(256));
-        std::string const text = written_by_hand(id);
-        EXPECT_STREQ(QX::uuid_to_string(id).c_str(), text.c_str());
-        EXPECT_EQ(QX::uuid_from_string(QX::String(text.c_str())), id);
-    }
-    QX::Uuid const known = {
-        0x7D444840, 0x9DC0, 0x11D1, {0xB2, 0x45, 0x5F, 0xFD, 0xCE, 0x74, 0xFA, 0xD2}};
-    EXPECT_EQ(QX::uuid_from_string("7D444840-9DC0-11D1-B245-5FFDCE74FAD2"), known);
-}
-
-TEST(Uuid, malformed_text_gives_what_the_system_leaves) {
-    for (char const* const text :
-         {"", "x", "7d444840", "{7d444840-9dc0-11d1-b245-5ffdce74fad2}",
-          "7d444840-9dc0-11d1-b245-5ffdce74fad", "7d444840-9dc0-11d1-b245-5ffdce74fadg"}) {
-        UUID system = {};
-        std::string copy = text;
-        UuidFromStringA(reinterpret_cast<RPC_CSTR>(copy.data()), &system);
-        QX::Uuid const id = QX::uuid_from_string(text);
-        EXPECT_EQ(std::memcmp(&id, &system, sizeof id), 0) << text;
-    }
-}
-
-TEST(Uuid, new_ones_differ_and_are_of_the_random_kind) {
-    std::set<std::string> seen;
-    for (int i = 0; i < 200; ++i) {
-        QX::Uuid const id = QX::create_uuid();
-        EXPECT_EQ(id.data3 >> 12, 4);
-        EXPECT_EQ(id.data4[0] >> 6, 2);
-        seen.insert(QX::uuid_to_string(id).c_str());
-    }
-    EXPECT_EQ(seen.size(), 200u);
-}
-
-// --- Calendar time -------------------------------------------------------------------------------
-
-std::string shown(QX::TimeDate const& date) {
-    EXPECT_EQ(date.month, date.month_index + 1);
-    EXPECT_EQ(date.day, date.day_index + 1);
-    char text[100];
-    std::snprintf(
-        text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d %d %d", date.year, date.month, date.day,
-        date.hour, date.minute, date.second, date.weekday, date.year_day);
-    return text;
-}
-
-struct DateRow {
-    unsigned int seconds;
-    char const* universal;
-    char const* local;  // five and a half hours ahead
+struct Recorded {
+    unsigned int thread_bits, package_shift;
+    std::vector<unsigned int> ids;  // by the processor's bit; those past the end can't be bound
+    char const* vendor = "GenuineIntel";
+    std::vector<CpuidLeaf> caches = {};
+    unsigned int max_leaf = 0x1F;  // which leaves tell the topology: 0x1F, 0xB, or 1 and 4
+    unsigned int bound = 0;
 };
 
-// clang-format off
-constexpr DateRow dates[] = {
-    {0,          "1970-01-01 00:00:00 4 0",   "1970-01-01 05:30:00 4 0"},
-    {951782399,  "2000-02-28 23:59:59 1 58",  "2000-02-29 05:29:59 2 59"},
-    {951868800,  "2000-03-01 00:00:00 3 60",  "2000-03-01 05:30:00 3 60"},
-    {1234567890, "2009-02-13 23:31:30 5 43",  "2009-02-14 05:01:30 6 44"},
-    {1735689599, "2024-12-31 23:59:59 2 365", "2025-01-01 05:29:59 3 0"},
-    {2147483648, "2038-01-19 03:14:08 2 18",  "2038-01-19 08:44:08 2 18"},
-    {4294967295, "2106-02-07 06:28:15 0 37",  "2106-02-07 11:58:15 0 37"},
-};
-// clang-format on
+CpuidLeaf ask(void* of, unsigned int number, unsigned int sub_leaf) {
+    auto const& it = *static_cast<Recorded*>(of);
+    CpuidLeaf leaf = {it.max_leaf, 0, 0, 0};
+    std::memcpy(&leaf.b, it.vendor, 4);
+    std::memcpy(&leaf.d, it.vendor + 4, 4);
+    std::memcpy(&leaf.c, it.vendor + 8, 4);
+    if (number == 0) return leaf;
+    leaf = number == 4 && sub_leaf < it.caches.size() ? it.caches[sub_leaf] : CpuidLeaf{};
+    unsigned int const cores = 1u << (it.package_shift - it.thread_bits);
+    if (number == 4) leaf.a |= (cores - 1) << 26;
+    if (number == 1) leaf = {0, it.ids[it.bound] << 24 | 1u << (it.package_shift + 16), 0, 1 << 28};
+    if (number < 5 || sub_leaf > 1) return leaf;
+    return {sub_leaf ? it.package_shift : it.thread_bits, 1, (sub_leaf + 1) << 8, it.ids[it.bound]};
+}
 
-TEST(TimeDate, breaks_seconds_down_in_universal_time) {
-    for (auto const& row : dates) {
-        QX::TimeDate date;
-        date.set(row.seconds);
-        EXPECT_EQ(shown(date), row.universal);
+bool bind(void* of, unsigned int bit) {
+    auto& it = *static_cast<Recorded*>(of);
+    it.bound = bit;
+    return bit < it.ids.size();
+}
+
+CPUConfig walk(Recorded recorded, unsigned long long mask) {
+    CPUConfig config;
+    std::memset(&config, 0xAA, sizeof config);
+    QX::detail::fill_cpu_config(config, {&recorded, mask, bind, ask});
+    return config;
+}
+
+TEST(CpuTopology, numbers_packages_cores_and_threads_as_they_appear) {
+    struct Row {
+        Recorded recorded;
+        unsigned long long mask;
+        std::string places;  // "package.core.thread" of each
+    };
+    Row const rows[] = {
+        {{0, 0, {0}}, 1, "0.0.0 "},
+        {{1, 4, {0, 2, 4, 1, 3, 5}}, 0x3F, "0.0.0 0.1.0 0.2.0 0.0.1 0.1.1 0.2.1 "},
+        {{1, 3, {8, 9, 10, 16, 17, 18}}, 0x3F, "0.0.0 0.0.1 0.1.0 1.0.0 1.0.1 1.1.0 "},
+        {{0, 4, {0x10, 0x21, 0x11, 0x20}}, 0xF, "0.0.0 1.0.0 0.1.0 1.1.0 "},
+        {{1, 6, {0, 1, 8, 9, 16, 18}}, 0x3F, "0.0.0 0.0.1 0.1.0 0.1.1 0.2.0 0.3.0 "},
+        {{1, 4, {0, 1, 2, 3, 4, 5}}, 0x35, "0.0.0 0.1.0 0.2.0 0.2.1 "},
+        {{1, 4, {0, 1, 0}}, 7, "0.0.0 0.1.0 0.2.0 "},  // one identifier twice
+        {{1, 4, {0, 1}}, 7, "0.0.0 0.1.0 0.2.0 "},     // one that can't be bound
+    };
+    for (Row row : rows) {
+        for (unsigned int max_leaf : {0x1F, 0xB, 4}) {
+            row.recorded.max_leaf = max_leaf;
+            CPUConfig const config = walk(row.recorded, row.mask);
+            std::string places;
+            for (unsigned int i = 0; i < config.logical_processor_count; ++i) {
+                auto const& at = config.processors[i];
+                for (unsigned int number : {at.package, at.core, at.thread})
+                    places += std::to_string(number) + '.';
+                places.back() = ' ';
+            }
+            EXPECT_EQ(places, row.places) << max_leaf;
+        }
     }
 }
 
-TEST(TimeDate, breaks_seconds_down_in_the_run_times_zone) {
-    _putenv("TZ=QXT-5:30");
+// Nothing but what is told is written, so whole records are compared.
+TEST(CpuTopology, other_makers_processors_are_cores_of_their_own) {
+    for (unsigned int count : {0u, 1u, 3u, 8u, 64u}) {
+        CPUConfig expected = {};
+        expected.vendor = count == 8 ? 1 : 5;
+        expected.logical_processor_count = count != 0 ? count : 1;
+        for (unsigned int i = 0; i < count; ++i) expected.processors[i].core = i;
+        Recorded const recorded = {0, 0, {0}, count == 8 ? "AuthenticAMD" : "GenuineIntem"};
+        CPUConfig const config = walk(recorded, count == 64 ? ~0ull : ((1ull << count) - 1) << 5);
+        EXPECT_EQ(std::memcmp(&config, &expected, sizeof config), 0) << count;
+    }
+}
+
+TEST(CpuTopologyDeathTest, lists_caches_up_to_the_end_mark_and_dies_at_a_seventh) {
+    Recorded recorded = {0, 0, {0}};
+    recorded.caches = {
+        {0x21, 0x02C0003F, 63, 0},
+        {0x22, 0x01C0003F, 63, 0},
+        {0x63, 0x0380103F, 180223, 0},
+        {0x89, 0x3F, 23, 0}};
+    std::string caches;
+    CPUConfig const config = walk(recorded, 1);
+    for (unsigned int i = 0; i < config.cache_count; ++i)
+        for (unsigned int told :
+             {config.caches[i].level, config.caches[i].size, config.caches[i].kind})
+            caches += std::to_string(told) + ' ';
+    EXPECT_EQ(caches, "0 49152 2 0 32768 1 2 346030080 0 3 1024 4 ");
+    recorded.caches.resize(7, recorded.caches.front());
+    EXPECT_EXIT(
+        walk(recorded, 1), testing::ExitedWithCode(1),
+        "Need bigger MAX_CACHE_SUBLEAFS\\(6\\) at src.win.intel.cpu_topo.c ");
+}
+
+// --- Floating point ------------------------------------------------------------------------------
+
+// Flips each bit in turn: all count but the flags, and what the x87 word does not hold.
+TEST(FloatingPoint, state_is_set_from_any_and_checked_bit_by_bit) {
+    unsigned short before, x87;
+    __asm__ volatile("fnstcw %0" : "=m"(before));
+    unsigned int const sse = _mm_getcsr();
+    for (unsigned int bit = 0; bit < 32; ++bit) {
+        if (bit == 6 || bit == 7 || bit == 13) continue;
+        QX::enable_fp_exceptions();  // which unmasks none
+        EXPECT_EQ(_mm_getcsr(), 0x9F80u);
+        __asm__ volatile("fnstcw %0" : "=m"(x87));
+        EXPECT_EQ(x87, 0x103F | (before & 0xC0));
+        x87 = static_cast<unsigned short>(x87 ^ (bit < 16 ? 1u << bit : 0));
+        __asm__ volatile("fldcw %0" : : "m"(x87));
+        if (bit >= 16) _mm_setcsr(0x9F80 ^ 1u << (bit - 16));
+        bool const still = QX::check_fp_state(true);
+        EXPECT_TRUE(QX::set_fp_state(false));
+        EXPECT_EQ(still, bit > 13 && bit < 22) << bit;
+    }
+    __asm__ volatile("fldcw %0" : : "m"(before));
+    _mm_setcsr(sse);
+}
+
+// --- Power ---------------------------------------------------------------------------------------
+
+SYSTEM_POWER_STATUS stated = {};
+
+BOOL WINAPI state_power(SYSTEM_POWER_STATUS* out) {
+    *out = stated;
+    return TRUE;
+}
+
+TEST(Power, status_is_read_from_the_systems_flags) {
+    test::StandIn const query("GetSystemPowerStatus", state_power);
+    constexpr int rows[][5] = {{0, 0, 1, 1, 0}, {1, 1, 0, 0, 0},   {255, 2, -1, 1, 0},
+                               {2, 4, 0, 2, 0}, {1, 8, 0, -1, 1},  {1, 9, 0, 0, 1},
+                               {1, 7, 0, 2, 0}, {1, 132, 0, 3, 0}, {1, 255, 0, 3, 1}};
+    for (auto const& [line, flags, source, level, charging] : rows) {
+        stated = {static_cast<BYTE>(line), static_cast<BYTE>(flags), 0, 0, 0xFFFFFFFF, 0};
+        QX::POWER::PowerStatus const now = QX::POWER::get_power_status();
+        EXPECT_TRUE(now.power_source == source && now.battery_level == level) << line << flags;
+        EXPECT_TRUE(now.charging == charging && now.seconds_left == -1) << flags;
+    }
+}
+
+// One life of the list, which has one only.
+TEST(Power, callbacks_run_in_order_until_the_list_is_released_for_good) {
+    using namespace QX::POWER;
+    test::StandIn const query("GetSystemPowerStatus", state_power);
+    stated = {0, 4, 0, 0, 30, 0};
+    std::string calls;
+    register_status_change_callback([&](PowerStatus const& now) {
+        calls += std::to_string(now.battery_level);
+        if (calls.size() == 1) register_status_change_callback([&](auto&) { calls += 'c'; });
+    });
+    register_status_change_callback([&](auto&) { calls += 'b'; });
+    notify_power_status_change();
+    EXPECT_EQ(calls, "2bc");
+    register_status_change_callback({});
+    register_status_change_callback([&](auto&) { calls += 'd'; });
+    EXPECT_THROW(notify_power_status_change(), std::bad_function_call);
+    EXPECT_EQ(calls, "2bc2bc");
+    deallocate_callback_data_structures();
+    register_status_change_callback([&](auto&) { calls += 'e'; });
+    notify_power_status_change();
+    EXPECT_EQ(calls, "2bc2bc");
+}
+
+// --- Time, identifiers, the version --------------------------------------------------------------
+
+TEST(TimeDate, breaks_seconds_down_in_universal_and_in_local_time) {
+    using Fields = std::array<int, 10>;
+    _putenv("TZ=QXT-5:30");  // ahead
     _tzset();
-    for (auto const& row : dates) {
-        QX::TimeDate date;
-        date.set_local(row.seconds);
-        EXPECT_EQ(shown(date), row.local);
-    }
-    _putenv("TZ=");
-    _tzset();
+    QX::TimeDate date;
+    date.set(1735689599);
+    EXPECT_EQ(std::bit_cast<Fields>(date), (Fields{2024, 12, 31, 11, 30, 23, 59, 59, 2, 365}));
+    date.set_local(1735689599);
+    EXPECT_EQ(std::bit_cast<Fields>(date), (Fields{2025, 1, 1, 0, 0, 5, 29, 59, 3, 0}));
+    date.set(0xFFFFFFFF);
+    EXPECT_EQ(std::bit_cast<Fields>(date), (Fields{2106, 2, 7, 1, 6, 6, 28, 15, 0, 37}));
 }
 
-TEST(TimeDate, agrees_with_the_systems_calendar) {
-    test::Random random;
-    for (int i = 0; i < 5000; ++i) {
-        auto const seconds = static_cast<unsigned int>(random.next());
-        ULARGE_INTEGER ticks;
-        ticks.QuadPart = (seconds + 11644473600ull) * 10000000;
-        FILETIME const time = {ticks.LowPart, ticks.HighPart};
-        SYSTEMTIME system;
-        FileTimeToSystemTime(&time, &system);
-        QX::TimeDate date;
-        date.set(seconds);
-        ASSERT_EQ(date.year, system.wYear) << seconds;
-        ASSERT_EQ(date.month, system.wMonth) << seconds;
-        ASSERT_EQ(date.day, system.wDay) << seconds;
-        ASSERT_EQ(date.weekday, system.wDayOfWeek) << seconds;
-        ASSERT_EQ(
-            date.hour * 3600 + date.minute * 60 + date.second,
-            system.wHour * 3600 + system.wMinute * 60 + system.wSecond);
-    }
-}
-
-TEST(TimeDate, now_is_the_systems_now) {
-    FILETIME time;
-    GetSystemTimeAsFileTime(&time);
-    ULARGE_INTEGER const ticks = {{time.dwLowDateTime, time.dwHighDateTime}};
-    unsigned int const now = QX::TimeDate::gmt();
-    EXPECT_LE(now - static_cast<unsigned int>(ticks.QuadPart / 10000000 - 11644473600ull), 5u);
-}
-
-// --- The system ----------------------------------------------------------------------------------
-
-TEST(SystemInfo, version_is_all_zeros) {
-    QX::OS_INFO const& info = QX::os_info();
-    EXPECT_EQ(&info, &QX::os_info());
+TEST(SystemQueries, identifiers_are_text_both_ways_and_the_version_stays_unknown) {
+    char const* const text = "7d444840-9dc0-11d1-b245-5ffdce74fad2";
+    EXPECT_STREQ(QX::uuid_to_string(QX::uuid_from_string(text)).c_str(), text);
+    EXPECT_EQ(QX::uuid_from_string(text).data2, 0x9DC0);
+    EXPECT_EQ(QX::uuid_from_string("7d444840"), QX::Uuid{});  // malformed
+    EXPECT_FALSE(QX::create_uuid() == QX::create_uuid());
     OSVERSIONINFOEXW const zeros = {};
-    EXPECT_EQ(std::memcmp(&info, &zeros, sizeof zeros), 0);
-    EXPECT_TRUE(info.ready);
+    EXPECT_EQ(std::memcmp(&QX::os_info(), &zeros, sizeof zeros), 0);
 }
 
-constexpr DWORD plain_mark = 77;
-constexpr DWORD native_mark = 88;
-BOOL emulated = FALSE;
-BOOL query_works = TRUE;
+// --- The clipboard -------------------------------------------------------------------------------
 
-void WINAPI give_plain(SYSTEM_INFO* info) {
-    info->dwPageSize += plain_mark;
+// Straight through the system, as another program would.
+std::string narrow_now() {
+    EXPECT_TRUE(OpenClipboard(GetFocus()));
+    HANDLE const data = GetClipboardData(CF_TEXT);
+    std::string const text = data ? static_cast<char const*>(GlobalLock(data)) : "(none)";
+    CloseClipboard();
+    return text;
 }
 
-void WINAPI give_native(SYSTEM_INFO* info) {
-    info->dwPageSize += native_mark;
-}
-
-BOOL WINAPI say_emulated(HANDLE, BOOL* answer) {
-    *answer = emulated;
-    return query_works;
-}
-
-FARPROC WINAPI find_query(HMODULE module, char const* name) {
-    EXPECT_EQ(module, GetModuleHandleW(L"kernel32"));
-    EXPECT_STREQ(name, "IsWow64Process");
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(say_emulated));
-}
-
-FARPROC WINAPI find_none(HMODULE, char const*) {
-    return nullptr;
-}
-
-// The record is filled once a process. Asked twice, for one call of the system.
-DWORD page_size_given(FARPROC(WINAPI* finder)(HMODULE, char const*)) {
-    test::StandIn const find("GetProcAddress", finder);
-    test::StandIn const plain("GetSystemInfo", give_plain);
-    test::StandIn const native("GetNativeSystemInfo", give_native);
-    EXPECT_TRUE(find.found() && plain.found() && native.found());
-    QX::system_info();
-    return QX::system_info().dwPageSize;
-}
-
-TEST(SystemInfo, DISABLED_child_under_emulation) {
-    emulated = TRUE;
-    EXPECT_EQ(page_size_given(find_query), native_mark);
-}
-
-TEST(SystemInfo, DISABLED_child_not_under_emulation) {
-    EXPECT_EQ(page_size_given(find_query), plain_mark);
-}
-
-TEST(SystemInfo, DISABLED_child_whose_query_fails) {
-    emulated = TRUE;
-    query_works = FALSE;
-    EXPECT_EQ(page_size_given(find_query), plain_mark);
-}
-
-TEST(SystemInfo, DISABLED_child_without_the_query) {
-    EXPECT_EQ(page_size_given(find_none), plain_mark);
-}
-
-TEST(SystemInfo, is_native_where_the_process_is_emulated) {
-    for (char const* const name :
-         {"under_emulation", "not_under_emulation", "whose_query_fails", "without_the_query"})
-        EXPECT_EQ(test::run_child(std::string("SystemInfo.DISABLED_child_") + name), 0u) << name;
-}
-
-TEST(SystemInfo, is_the_systems_record_and_ticks_are_its_ticks) {
-    SYSTEM_INFO system;
-    GetSystemInfo(&system);
-    EXPECT_EQ(std::memcmp(&QX::system_info(), &system, sizeof system), 0);
-    EXPECT_LE(::GetTickCount() - QX::GetTickCount(), 2000u);
+// The system makes wide text of narrow by itself.
+TEST(Clipboard, copies_narrow_text_and_pastes_wide_text_alone) {
+    test::Host host;
+    ASSERT_TRUE(host.come_to_front());
+    QX::copy_to_clipboard(L"caf\u00E9 \u20AC");
+    EXPECT_EQ(narrow_now(), "caf\xC3\xA9 \xE2\x82\xAC");
+    QX::copy_to_clipboard(L"sail");
+    EXPECT_STREQ(QX::paste_from_clipboard().c_str(), L"sail");
+    {
+        auto const narrow_only = +[](UINT format) -> BOOL { return format != CF_UNICODETEXT; };
+        test::StandIn const asked("IsClipboardFormatAvailable", narrow_only);
+        EXPECT_TRUE(QX::paste_from_clipboard().empty());
+    }
+    {
+        auto const refuse = +[](HWND) -> BOOL { return FALSE; };
+        test::StandIn const opened("OpenClipboard", refuse);
+        QX::copy_to_clipboard(L"after");
+        EXPECT_TRUE(QX::paste_from_clipboard().empty());
+    }
+    EXPECT_EQ(narrow_now(), "sail");
+    auto const refuse = +[](HGLOBAL) -> void* { return nullptr; };
+    test::StandIn const locked("GlobalLock", refuse);
+    EXPECT_TRUE(QX::paste_from_clipboard().empty());
+    QX::copy_to_clipboard(L"after");
+    EXPECT_EQ(narrow_now(), "(none)");  // and closed after both failures
 }
 
 }  // namespace

@@ -1,220 +1,121 @@
-#include "qx/app/timers.h"
-
 #include <gtest/gtest.h>
 
-#include "qx/app/window.h"
-#include "qx/base/windows.h"
-#include "qx/memory/heap.h"
+#include "qx/app/timers_table_impl.h"
 #include "tests/app/host.h"
 #include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"
 
-#include <iterator>
 #include <map>
-#include <utility>
-#include <vector>
 
 namespace {
 
-// --- Real timers ---------------------------------------------------------------------------------
+// --- The table -----------------------------------------------------------------------------------
 
-struct Tick {
-    HWND window;
-    bool has_handler;
-    unsigned int message;
-    unsigned int id;
-    unsigned int time;
-};
-
-std::vector<Tick> ticks = test::roomy<Tick>();
-int ended_ticks = 0;
-
-void note_tick(QX::QXWindow* window, unsigned int message, unsigned int id, unsigned int time) {
-    bool const has_handler = window->event_handler() != nullptr;
-    ticks.push_back({window->get_hwnd(), has_handler, message, id, time});
+// Its keys in slot order: "-" empty, "x" a deletion mark.
+std::string layout(QX::TimerTable const& table) {
+    std::string text;
+    for (unsigned int i = 0; i < table.capacity_; ++i) {
+        unsigned int const key = table.entries_[i].key;
+        text += key == 0xFFFFFFFF ? "-" : key == 0xFFFFFFFE ? "x" : std::to_string(key);
+        text += ' ';
+    }
+    return text;
 }
 
-void end_itself(QX::QXWindow*, unsigned int, unsigned int id, unsigned int) {
-    ++ended_ticks;
-    QX::kill_timer(id);
+TEST(TimerTable, probes_marks_and_grows_by_its_rules) {
+    struct Row {
+        std::vector<int> keys;  // added; removed if below 0
+        char const* layout;
+    };
+    Row const rows[] = {
+        {{2, 3, -2}, "x 3 "},               // a mark in the middle of a run
+        {{5}, "5 3 "},                      // before the home slot: swept at its size
+        {{-3}, "5 x "},                     // the slot after the last is the first
+        {{4}, "5 - - - 4 "},                // a mark from the home slot on saves no growth
+        {{9, 9, 14, -14}, "5 9 - - 4 "},    // the end of a run leaves no mark
+        {{-5, 14, -100}, "x 9 14 - 4 "},    // a mark is stepped over and not used again
+        {{-4, 3, 19}, "14 19 - 3 9 "},      // swept in slot order
+        {{2, -9}, "14 19 2 3 x "},          //
+        {{8}, "- - 2 14 3 - - - 19 8 - "},  // the mark is behind home slot 3
+    };
+    QX::TimerTable table;
+    for (Row const& row : rows) {
+        for (int key : row.keys) {
+            if (key > 0)
+                table.insert(static_cast<unsigned int>(key), nullptr);
+            else
+                EXPECT_EQ(table.remove(static_cast<unsigned int>(-key)), key != -100);
+        }
+        EXPECT_EQ(layout(table), row.layout);
+    }
+}
+
+TEST(TimerTable, follows_a_map_under_random_insertions_and_removals) {
+    test::Random random;
+    QX::TimerTable table;
+    std::map<unsigned int, QX::TimerCallback> model;
+    for (int step = 0; step < 20000; ++step) {
+        // Few keys collide and are met again; now and then there are many.
+        unsigned int const key = random.below(step % 4000 < 200 ? 400 : 24);
+        auto const callback = reinterpret_cast<QX::TimerCallback>(random.next() | 1);
+        if (random.chance(2))
+            table.insert(key, model[key] = callback);
+        else
+            ASSERT_EQ(table.remove(key), model.erase(key) == 1);
+        unsigned int const asked = random.below(400);
+        QX::TimerTable::Slot const* const found = table.find(asked);
+        ASSERT_EQ(found ? found->callback : nullptr, model.count(asked) ? model[asked] : nullptr);
+    }
+}
+
+// --- Timers --------------------------------------------------------------------------------------
+
+std::vector<unsigned int> ticks;
+
+void note_tick(QX::QXWindow* window, unsigned int message, unsigned int id, unsigned int time) {
+    EXPECT_TRUE(!window->get_hwnd() && !window->event_handler() && message == WM_TIMER);
+    EXPECT_LT(GetTickCount() - time, 3000u);
+    ticks.push_back(id);
 }
 
 TEST(Timers, call_back_within_the_pump_until_killed) {
     int const id = QX::set_timer(note_tick, 0, 15);
-    QX::set_timer(end_itself, 0, 10);
-    ASSERT_TRUE(test::pump_until([] { return ticks.size() >= 3 && ended_ticks > 0; }));
-    EXPECT_EQ(ticks[0].window, nullptr);
-    EXPECT_FALSE(ticks[0].has_handler);
-    EXPECT_EQ(ticks[0].message, unsigned{WM_TIMER});
-    EXPECT_EQ(ticks[0].id, static_cast<unsigned>(id));
-    EXPECT_LT(GetTickCount() - ticks[2].time, 3000u);
+    ASSERT_TRUE(test::pump_until([=] { return ticks.size() == 3 && ticks[2] == unsigned(id); }));
     QX::kill_timer(id);
-    ticks.clear();
-    test::pump_until([] { return false; }, 80);
-    EXPECT_EQ(ticks.size(), 0u);
-    EXPECT_EQ(ended_ticks, 1);
+    EXPECT_FALSE(test::pump_until([] { return ticks.size() > 3; }, 80));
 }
 
-// --- The table against a map, with the system's half stood in for ------------------------------
-
-using Callback = QX::TimerCallback;
-
-unsigned int next_id = 0;                                        // what the system answers
-std::vector<unsigned int> killed = test::roomy<unsigned int>();  // what it was told to end
+unsigned int next_id = 0;  // what the system answers
+std::string calls;
 TIMERPROC procedure = nullptr;
 
 UINT_PTR WINAPI give_id(HWND window, UINT_PTR, UINT, TIMERPROC called) {
-    EXPECT_EQ(window, nullptr);
+    EXPECT_FALSE(window);
+    calls += "set ";
     procedure = called;
     return next_id;
 }
 
-BOOL WINAPI note_kill(HWND window, UINT_PTR id) {
-    EXPECT_EQ(window, nullptr);
-    killed.push_back(static_cast<unsigned int>(id));
+BOOL WINAPI note_kill(HWND, UINT_PTR id) {
+    calls += "kill" + std::to_string(id) + ' ';
     return TRUE;
 }
 
-// Which callback ran last.
-int last_called = -1;
-
-template <int number>
-void numbered(QX::QXWindow*, unsigned int, unsigned int, unsigned int) {
-    last_called = number;
-}
-
-constexpr Callback numbered_callbacks[] = {numbered<0>, numbered<1>, numbered<2>, numbered<3>};
-
-int call_of(unsigned int id) {
-    last_called = -1;
-    if (procedure) procedure(nullptr, WM_TIMER, id, 0);
-    return last_called;
-}
-
-// Sizes of the blocks that the library takes, noted without taking any.
-unsigned int taken[64];
-unsigned int taken_count = 0;
-
-void note_block(void const*, unsigned int size) {
-    if (size && taken_count < std::size(taken)) taken[taken_count++] = size;
-}
-
-template <typename Call>
-std::vector<unsigned int> blocks_of(Call const& call) {
-    taken_count = 0;
-    QX::allocation_hook = note_block;
-    call();
-    QX::allocation_hook = nullptr;
-    return {taken, taken + taken_count};
-}
-
-// The sizes that the heap reports for tables of these capacities.
-std::vector<unsigned int> sizes_of_tables(std::vector<unsigned int> const& capacities) {
-    return blocks_of([&] {
-        for (unsigned int capacity : capacities) {
-            void* const slots = QX::malloc_aligned(16 * (capacity + 1ull), 8, QX::HEAP_GENERAL);
-            QX::custom_free(static_cast<void**>(slots)[-1]);
-        }
-    });
-}
-
-class TimerTable : public testing::Test {
-protected:
-    TimerTable() : set_("SetTimer", give_id), kill_("KillTimer", note_kill) {
-        QX::kill_timer(0);  // makes the table
-        killed.clear();
-    }
-
-    void set(unsigned int asked, unsigned int given, int callback) {
+// A timer that the system refuses leaves an entry under the id 0.
+TEST(Timers, go_by_the_systems_ids_until_the_table_is_released_for_good) {
+    test::StandIn const set("SetTimer", give_id), kill("KillTimer", note_kill);
+    for (auto const& [asked, given] : {std::pair(7u, 9u), {7, 5}, {9, 0}, {0, 6}, {6, 6}}) {
         next_id = given;
-        killed.clear();
-        int answer = -1;
-        auto const blocks =
-            blocks_of([&] { answer = QX::set_timer(numbered_callbacks[callback], asked, 10); });
-        blocks_.insert(blocks_.end(), blocks.begin(), blocks.end());
-        EXPECT_EQ(answer, static_cast<int>(given));
-        EXPECT_EQ(killed.size(), model_.count(asked));
-        model_.erase(asked);
-        model_[given] = callback;
+        EXPECT_EQ(QX::set_timer(note_tick, asked, 10), static_cast<int>(given));
     }
-
-    void kill(unsigned int id) {
-        killed.clear();
-        QX::kill_timer(id);
-        EXPECT_EQ(killed, std::vector<unsigned int>{id});  // known or not
-        model_.erase(id);
-    }
-
-    std::map<unsigned int, int> model_;  // callbacks by id
-    std::vector<unsigned int> blocks_;
-
-private:
-    test::StandIn set_;
-    test::StandIn kill_;
-};
-
-TEST_F(TimerTable, follows_a_map_under_random_sets_and_kills) {
-    test::Random random;
-    for (int step = 0; step < 20000; ++step) {
-        // Few ids collide and are met again; now and then there are many.
-        unsigned int const range = step % 4000 < 200 ? 400 : 24;
-        unsigned int const id = 1 + random.below(range);
-        if (random.chance(2))
-            set(random.below(range), id, static_cast<int>(random.below(4)));
-        else
-            kill(id);
-        if (step % 50 != 0) continue;
-        for (unsigned int known = 0; known <= 400; ++known) {
-            auto const found = model_.find(known);
-            ASSERT_EQ(call_of(known), found == model_.end() ? -1 : found->second);
-        }
-    }
-    EXPECT_GT(blocks_.size(), 10u);  // rebuilt often
-}
-
-// Only a mark before the home slot lets the table keep its size.
-TEST_F(TimerTable, deletion_marks_save_growth_only_before_the_home_slot) {
-    set(0, 2, 0);
-    set(0, 3, 0);
-    kill(2);
-    set(0, 5, 0);  // home slot 1, the mark in slot 0: swept
-    EXPECT_EQ(blocks_, sizes_of_tables({2}));
-
-    kill(3);
-    set(0, 4, 0);  // home slot 0, the mark in slot 1: grown
-    EXPECT_EQ(blocks_, sizes_of_tables({2, 5}));
-    for (unsigned int id : {4, 5}) EXPECT_EQ(call_of(id), 0);
-}
-
-TEST_F(TimerTable, end_of_a_run_is_freed_and_its_middle_marked) {
-    for (unsigned int id : {5, 6, 7, 8}) set(0, id, 0);
-    EXPECT_EQ(blocks_, sizes_of_tables({5}));
-    kill(8);        // slot 3, with nothing behind it
-    set(0, 9, 0);   // slot 4
-    set(0, 10, 0);  // from slot 0 on to the freed slot
-    EXPECT_EQ(blocks_, sizes_of_tables({5}));
-    kill(9);  // slot 4, before slot 0: a mark, which is not used again
-    set(0, 14, 0);
-    EXPECT_EQ(blocks_, sizes_of_tables({5, 11}));
-}
-
-TEST_F(TimerTable, failed_timer_answers_zero_and_leaves_an_entry_under_it) {
-    set(0, 0, 2);
-    EXPECT_EQ(call_of(0), 2);
-    set(0, 7, 1);  // the entry under 0 counts as running
-    EXPECT_EQ(call_of(0), -1);
-}
-
-TEST_F(TimerTable, once_released_it_never_comes_back) {
-    set(0, 7, 1);
+    EXPECT_EQ(calls, "set set kill9 set kill0 set kill6 set ");
+    for (unsigned int id : {0, 5, 6, 7, 9}) procedure(nullptr, WM_TIMER, id, GetTickCount());
+    EXPECT_EQ(ticks, (std::vector<unsigned int>{5, 6}));
     QX::deallocate_timers_data_structures();
-    EXPECT_EQ(call_of(7), -1);
-    killed.clear();
-    EXPECT_EQ(QX::set_timer(numbered<0>, 7, 10), 0);
-    EXPECT_TRUE(killed.empty());
-    QX::kill_timer(7);
-    EXPECT_EQ(killed, std::vector<unsigned int>{7});
-    QX::deallocate_timers_data_structures();
+    procedure(nullptr, WM_TIMER, 5, 0);
+    EXPECT_EQ(QX::set_timer(note_tick, 5, 10), 0);
+    QX::kill_timer(5);
+    EXPECT_TRUE(ticks.size() == 2 && calls.ends_with("kill6 set kill5 "));
 }
 
 }  // namespace
