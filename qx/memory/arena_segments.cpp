@@ -12,6 +12,7 @@ namespace {
 
 constexpr Size direct_threshold = 262144;
 constexpr Size trim_threshold = 2097152;
+constexpr Size kept_top = trim_threshold / 4 * 3;  // spares the next batch its page faults
 constexpr Size release_check_period = 4095;
 constexpr Size direct_foot = 32;  // room behind a direct chunk for the two heads that end it
 
@@ -127,15 +128,15 @@ bool holds_a_record(State const& s, Segment const& segment) {
     return false;
 }
 
-// The whole granules of the free top, but for the last.
-Size spare_top(State const& s) {
+// The whole granules of the free top beyond `kept` bytes, which are at least a granule.
+Size spare_top(State const& s, Size kept) {
     Size const unit = parameters.granularity;
-    if (s.top_size <= foot_room) return 0;
-    return ((s.top_size - foot_room + unit - 1) / unit - 1) * unit;
+    if (s.top_size <= foot_room + kept) return 0;
+    return (s.top_size - foot_room - kept + unit - 1) / unit * unit;
 }
 
-bool cut_top(State& s) {
-    Size const spare = spare_top(s);
+bool cut_top(State& s, Size kept) {
+    Size const spare = spare_top(s, kept);
     if (spare == 0 || s.first.size < spare || holds_a_record(s, s.first)) return false;
     if (!unmap(end_of(s.first) - spare, spare)) return false;
     s.first.size -= spare;
@@ -249,9 +250,10 @@ Chunk* resize_direct(Chunk* chunk, Size need) {
     return fits ? chunk : nullptr;
 }
 
-// Where nothing could be given back, the next attempt waits until the top is made anew.
+// Where no mapping begins at the one place, one may at the other. Where nothing could be given back,
+// the next attempt waits until the top is made anew.
 void trim_top(State& s) {
-    bool const cut = cut_top(s);
+    bool const cut = cut_top(s, kept_top) || cut_top(s, parameters.granularity);
     bool const unmapped = unmap_empty_segments(s);
     if (!cut && !unmapped && s.top_size > s.trim_check) s.trim_check = ~static_cast<Size>(0);
 }
