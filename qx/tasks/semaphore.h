@@ -22,7 +22,7 @@ public:
     QX_API SemaphorePlatform(unsigned int initial, unsigned int maximum, char const* name);
 
     // The name is made private to the process from its id and both texts. Without `name` there is
-    // none, whatever `sub_name` says.
+    // none, whatever `sub_name` says. A null `sub_name` counts as "".
     QX_API SemaphorePlatform(
         unsigned int initial, unsigned int maximum, char const* name, char const* sub_name);
 

@@ -20,7 +20,7 @@ HANDLE create_own(unsigned int initial, unsigned int maximum, char const* name) 
 std::string private_name(char const* name, char const* sub_name) {
     char id[16];
     std::snprintf(id, sizeof id, "%d:", static_cast<int>(GetCurrentProcessId()));
-    return std::string(id).append(name).append(":").append(sub_name);
+    return std::string(id).append(name).append(":").append(sub_name != nullptr ? sub_name : "");
 }
 
 HANDLE

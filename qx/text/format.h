@@ -86,6 +86,7 @@
 // no state but show_format_errors.
 #pragma once
 
+#include <concepts>
 #include <initializer_list>
 
 #include "qx/base/export.h"
@@ -101,7 +102,10 @@ QX_API extern bool show_format_errors;
 template <typename Unit>
 class FormatText {
 public:
-    FormatText(Unit const* text) : text_(text), length_(CHAR_TRAITS<Unit>::length(text)) {}
+    // No integer is a text, so that a literal 0 in front of others chooses the number forms.
+    template <std::convertible_to<Unit const*> Text>
+    requires(!std::integral<Text>) FormatText(Text const& text)
+        : text_(text), length_(CHAR_TRAITS<Unit>::length(text_)) {}
     FormatText(BASIC_STRING<Unit> const& text) : text_(text.data()), length_(text.length()) {}
 
     Unit const* data() const { return text_; }
@@ -145,6 +149,7 @@ public:
     FormatArgument(char value) : type(FormatType::narrow_unit), integer(value) {}
     FormatArgument(char const* value) : type(FormatType::narrow_text), pointer(value) {}
     FormatArgument(void const* value) : type(FormatType::pointer), pointer(value) {}
+    FormatArgument(decltype(nullptr)) : type(FormatType::pointer), pointer(nullptr) {}
     FormatArgument(BASIC_STRING<Unit> const& value)
         : type(FormatType::own_string), pointer(&value) {}
     FormatArgument(wchar_t value) requires(sizeof(Unit) > 1)

@@ -136,6 +136,7 @@ TEST(Semaphore, refuses_a_name_that_is_taken) {
     QX::Semaphore const first(1, 2, "qx test", "a");
     QX::Semaphore const again(1, 2, "qx test", "a");
     QX::Semaphore const other(1, 2, "qx test", "b");
+    EXPECT_NE(QX::Semaphore(1, 2, "qx test", nullptr).handle(), nullptr);
     EXPECT_NE(first.handle(), nullptr);
     EXPECT_EQ(again.handle(), nullptr);
     EXPECT_NE(other.handle(), nullptr);
