@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Fetches the published libraries that the benchmarks measure against, from the system's package
 # registry, and builds them for Windows under build/rivals/. Nothing of them enters the project.
+#
+#   scripts/rivals.sh        all of them
+#   scripts/rivals.sh lua    Lua alone, which the tests run on lua_alloc
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=$PWD/build/rivals
@@ -21,11 +24,21 @@ private_apt() {
     -o Dir::State::lists="$base/lists" -o Dir::Cache="$base/cache" -o APT::Sandbox::User=root "$@"
 }
 
-fetch() {
-  [ -f "$out/fetched" ] && return
+prepare_fetching() {
   echo "rivals: fetching"
   command -v dpkg-source >/dev/null || DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends dpkg-dev >/dev/null
   private_apt update -qq
+}
+
+fetch_lua() {
+  compgen -G "$out/source/lua5.4-*/" >/dev/null && return
+  prepare_fetching
+  (cd "$out/source" && private_apt source -qq lua5.4 >/dev/null 2>&1)
+}
+
+fetch() {
+  [ -f "$out/fetched" ] && return
+  prepare_fetching
   (cd "$out/packages" && private_apt download -qq "${headers[@]}" &&
     for package in *.deb; do dpkg -x "$package" "$out/packages/root"; done)
   cp -r "$out"/packages/root/usr/include/* "$out/include/"
@@ -50,6 +63,14 @@ archive() {
   $prefix-ar crs "$out/lib/lib$name.a" "${objects[@]}"
 }
 
+build_lua() {
+  local dir
+  dir=$(echo "$out"/source/lua5.4-*/)
+  mkdir -p "$out/include/lua"
+  cp "$dir"src/*.h "$dir"src/*.hpp "$out/include/lua/" 2>/dev/null || true
+  archive lua $prefix-gcc-posix -- $(ls "$dir"src/*.c | grep -vE '/(lua|luac)\.c$')
+}
+
 build() {
   local s=$out/source cxx=$prefix-g++-posix cc=$prefix-gcc-posix dir
   dir=$(echo "$s"/pugixml-*/); cp "$dir"src/*.hpp "$out/include/"
@@ -60,12 +81,16 @@ build() {
   archive mimalloc $cc -I"$dir"include -- "$dir"src/static.c
   dir=$(echo "$s"/libdeflate-*/); cp "$dir"libdeflate.h "$out/include/"
   archive deflate $cc -I"$dir" -- "$dir"lib/*.c "$dir"lib/x86/cpu_features.c
-  dir=$(echo "$s"/lua5.4-*/); mkdir -p "$out/include/lua"; cp "$dir"src/*.h "$dir"src/*.hpp "$out/include/lua/" 2>/dev/null || true
-  archive lua $cc -- $(ls "$dir"src/*.c | grep -vE '/(lua|luac)\.c$')
+  build_lua
   dir=$(echo "$s"/libyuv-*/); cp -r "$dir"include/* "$out/include/"
   archive yuv $cxx -I"$dir"include -- "$dir"source/*.cc
 }
 
-fetch
-build
+if [ "${1:-}" = lua ]; then
+  fetch_lua
+  build_lua
+else
+  fetch
+  build
+fi
 echo "rivals: ready in $out"
