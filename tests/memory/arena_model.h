@@ -1,8 +1,8 @@
 // arena_model.h - random use of the arena against a record of what each block must hold.
 #pragma once
 
+#include <algorithm>
 #include <cstring>
-#include <utility>
 #include <vector>
 
 #include "qx/memory/heap.h"
@@ -14,86 +14,56 @@ namespace test {
 class ArenaModel {
 public:
     explicit ArenaModel(std::uint64_t salt) : random_(salt) {}
-    ~ArenaModel() {
-        while (!blocks_.empty()) drop(0);
-    }
+    ~ArenaModel() { shrink(0); }
 
     ArenaModel(ArenaModel const&) = delete;
     ArenaModel& operator=(ArenaModel const&) = delete;
 
     // One allocation, resize or release; false if a block did not hold what it should.
     bool step() {
-        unsigned int const live = static_cast<unsigned int>(blocks_.size());
-        unsigned int const kind = random_.below(16);
-        if (live < 8 || (kind < 8 && live < limit_))
-            add();
-        else if (kind < 10)
-            resize(random_.below(live));
-        else
-            drop(random_.below(live));
-        if (random_.chance(50000)) limit_ = 16 << random_.below(11);
-        return intact_;
+        if (random_.chance(50000)) shrink(16 << random_.below(11));
+        if (blocks_.empty() || random_.chance(200)) blocks_.resize(blocks_.size() + 40);
+        Block& block = blocks_[random_.below(static_cast<unsigned int>(blocks_.size()))];
+        bool intact = block.holds(block.size);
+        unsigned int const size = some_size();
+        if (block.bytes && random_.chance(3)) {
+            block.bytes = static_cast<unsigned char*>(heap_.realloc(block.bytes, size).first);
+            intact = intact && block.holds(std::min(size, block.size));
+        } else {
+            void* const next = block.bytes ? nullptr : QX::custom_malloc(size, QX::HEAP_GENERAL);
+            QX::custom_free(block.bytes);
+            block.bytes = static_cast<unsigned char*>(next);
+        }
+        block.size = block.bytes ? size : 0;
+        block.mark = static_cast<unsigned char>(random_.next());
+        if (block.bytes) std::memset(block.bytes, block.mark, size);
+        return intact && reinterpret_cast<std::uintptr_t>(block.bytes) % 16 == 0;
     }
-
-    std::size_t live() const { return blocks_.size(); }
 
 private:
     struct Block {
-        unsigned char* bytes;
-        unsigned int size;
-        unsigned char mark;
+        bool holds(unsigned int count) const {
+            return std::count(bytes, bytes + count, mark) == count;
+        }
+
+        unsigned char* bytes = nullptr;
+        unsigned int size = 0;
+        unsigned char mark = 0;
     };
 
     // Mostly small; now and then tree sizes, and rarely a mapping of its own.
     unsigned int some_size() {
         unsigned int const kind = random_.below(1000);
-        if (kind < 700) return random_.below(300);
-        if (kind < 980) return random_.below(5000);
-        if (kind < 998) return random_.below(70000);
-        return random_.below(600000);
+        return random_.below(kind < 700 ? 300 : kind < 980 ? 5000 : kind < 998 ? 70000 : 600000);
     }
 
-    void fill(Block& block) {
-        block.mark = static_cast<unsigned char>(random_.next());
-        std::memset(block.bytes, block.mark, block.size);
-    }
-
-    static bool holds(Block const& block, unsigned int size) {
-        if (size == 0) return true;
-        return block.bytes[0] == block.mark &&
-               std::memcmp(block.bytes, block.bytes + 1, size - 1) == 0;
-    }
-
-    void add() {
-        Block block = {nullptr, some_size(), 0};
-        block.bytes = static_cast<unsigned char*>(QX::custom_malloc(block.size, QX::HEAP_GENERAL));
-        if (reinterpret_cast<std::uintptr_t>(block.bytes) % 16 != 0) intact_ = false;
-        fill(block);
-        blocks_.push_back(block);
-    }
-
-    void resize(unsigned int index) {
-        Block& block = blocks_[index];
-        unsigned int const size = random_.chance(4) ? block.size + 16 : some_size();
-        intact_ = intact_ && holds(block, block.size);
-        block.bytes = static_cast<unsigned char*>(heap_.realloc(block.bytes, size).first);
-        intact_ = intact_ && holds(block, size < block.size ? size : block.size);
-        block.size = size;
-        fill(block);
-    }
-
-    void drop(unsigned int index) {
-        std::swap(blocks_[index], blocks_.back());
-        intact_ = intact_ && holds(blocks_.back(), blocks_.back().size);
-        QX::custom_free(blocks_.back().bytes);
-        blocks_.pop_back();
+    void shrink(std::size_t count) {
+        for (; blocks_.size() > count; blocks_.pop_back()) QX::custom_free(blocks_.back().bytes);
     }
 
     Random random_;
-    QX::HeapPlatform heap_ = QX::HeapPlatform(QX::HEAP_SECOND, 0, 0);
+    QX::HeapPlatform heap_ = QX::HeapPlatform(QX::HEAP_SECOND, nullptr);
     std::vector<Block> blocks_;
-    unsigned int limit_ = 400;
-    bool intact_ = true;
 };
 
 }  // namespace test

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -22,22 +24,21 @@ auto* const system_alloc = &VirtualAlloc;
 // --- A system that hands out its room in no order ------------------------------------------------
 
 struct Room {
-    char* base = nullptr;
-    std::vector<bool> taken;
+    explicit Room(std::size_t granules);
+    ~Room();
+
+    // The room stays reserved: pieces of it are no mappings of their own, so none is given back.
+    char* base;
+    std::string const none;  // as many '0'
+    std::string taken;       // '1' for each granule that is
     unsigned int segments = 0;
     unsigned int refusals = 0;  // still to come
     bool flags_are_right = true;
     test::Random random{77};
+    test::StandIn stand_in;
 };
 
 Room* room;
-
-bool is_free(std::size_t first, std::size_t count) {
-    for (std::size_t i = first; i < first + count; ++i) {
-        if (room->taken[i]) return false;
-    }
-    return true;
-}
 
 // Looks upwards or downwards from a random granule, so that segments meet on either side or not.
 void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
@@ -47,31 +48,27 @@ void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
         --room->refusals;
         return nullptr;
     }
-    std::size_t const count = size / granule;
-    std::size_t const all = room->taken.size();
-    std::size_t at = room->random.below(static_cast<unsigned int>(all));
+    std::string_view const wanted = std::string_view(room->none).substr(0, size / granule);
+    std::size_t const from = room->random.below(static_cast<unsigned int>(room->taken.size()));
     bool const upwards = room->random.chance(2);
-    for (std::size_t tries = 0; tries < all; ++tries, at = (at + (upwards ? 1 : all - 1)) % all) {
-        if (at + count > all || !is_free(at, count)) continue;
-        for (std::size_t i = at; i < at + count; ++i) room->taken[i] = true;
-        ++room->segments;
-        return system_alloc(room->base + at * granule, size, MEM_COMMIT, PAGE_READWRITE);
-    }
-    return nullptr;
+    std::size_t at = upwards ? room->taken.find(wanted, from) : room->taken.rfind(wanted, from);
+    if (at == std::string::npos) at = room->taken.find(wanted);
+    if (at == std::string::npos) return nullptr;
+    room->taken.replace(at, wanted.size(), wanted.size(), '1');
+    ++room->segments;
+    return system_alloc(room->base + at * granule, size, MEM_COMMIT, PAGE_READWRITE);
 }
 
-// The room stays reserved: pieces of it are no mappings of their own, so nothing is given back.
-struct ScatteredSystem {
-    explicit ScatteredSystem(std::size_t granules) : stand_in("VirtualAlloc", alloc_in_room) {
-        own.taken.resize(granules);
-        void* const base = VirtualAlloc(nullptr, granules * granule, MEM_RESERVE, PAGE_READWRITE);
-        own.base = static_cast<char*>(base);
-        room = &own;
-    }
-    ~ScatteredSystem() { room = nullptr; }
-    Room own;
-    test::StandIn stand_in;
-};
+Room::Room(std::size_t granules)
+    : none(granules, '0'), taken(none), stand_in("VirtualAlloc", alloc_in_room) {
+    void* const place = VirtualAlloc(nullptr, granules * granule, MEM_RESERVE, PAGE_READWRITE);
+    base = static_cast<char*>(place);
+    room = this;
+}
+
+Room::~Room() {
+    room = nullptr;
+}
 
 // --- A system that is slow while the arena is locked ---------------------------------------------
 
@@ -94,8 +91,7 @@ DWORD WINAPI note_yield(DWORD milliseconds, BOOL alertable) {
 }  // namespace
 
 TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
-    auto* const system = new ScatteredSystem(2000);  // the arena keeps what it gets from it
-    ASSERT_TRUE(system->stand_in.found());
+    auto* const system = new Room(2000);  // the arena keeps what it gets from it
     {
         test::ArenaModel model(5);
         for (int round = 0; round < 40; ++round) {
@@ -104,24 +100,24 @@ TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
         }
     }
     EXPECT_TRUE(QX::arena::validate());
-    EXPECT_TRUE(system->own.flags_are_right);
-    EXPECT_GT(system->own.segments, 20u);
+    EXPECT_TRUE(system->flags_are_right);
+    EXPECT_GT(system->segments, 20u);
     delete system;
 }
 
 TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
-    auto* const system = new ScatteredSystem(100);
+    auto* const system = new Room(100);
     QX::HeapPlatform heap(QX::HEAP_SECOND, nullptr);
     std::vector<void*> blocks;
     blocks.reserve(1000);
-    system->own.refusals = 1;
+    system->refusals = 1;
     EXPECT_THROW(
         while (true) blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL)), std::bad_alloc);
     EXPECT_TRUE(QX::arena::validate());
-    EXPECT_EQ(system->own.refusals, 0u);
+    EXPECT_EQ(system->refusals, 0u);
     blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL));
     std::memset(blocks.back(), 5, 20000);
-    system->own.refusals = 1;
+    system->refusals = 1;
     EXPECT_EQ(heap.realloc(blocks.back(), 250000).first, nullptr);
     EXPECT_EQ(static_cast<char*>(blocks.back())[19999], 5);
     for (void* block : blocks) QX::custom_free(block);
@@ -132,7 +128,6 @@ TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
 TEST(ArenaSystem, lets_a_waiting_thread_yield) {
     test::StandIn const sleep("SleepEx", note_yield);
     test::StandIn const alloc("VirtualAlloc", slow_alloc);
-    ASSERT_TRUE(sleep.found() && alloc.found());
     std::thread waiting([] {
         while (!in_system) YieldProcessor();
         QX::custom_free(QX::custom_malloc(10, QX::HEAP_GENERAL));

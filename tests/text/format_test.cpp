@@ -5,9 +5,9 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "qx/text/convert.h"
 #include "tests/harness/failing_allocation.h"
@@ -37,98 +37,76 @@ std::string untyped(Unit const* format, Arguments... arguments) {
     return text(Text::format_unsafe(format, arguments...));
 }
 
-TEST(Format, pads_before_or_behind_a_text_that_already_has_its_sign) {
-    EXPECT_EQ(both("%5d|%-5d|%05d", 42, 42, 42), "   42|42   |00042");
-    EXPECT_EQ(both("%05d|%-05d|%2d", -42, 42, 12345), "00-42|42000|12345");
-    EXPECT_EQ(both("%+d % d %+d % d", 5, 5, -5, 0), "+5  5 -5  0");
-    EXPECT_EQ(both("%-8.1f|%+08.2f|%+x", -2.0f, 0.25f, 1), "-2.0    |000+0.25|1");
+using Rows = std::pair<std::string, std::string> const[];
+
+void check(auto const& rows) {
+    for (auto const& [result, expected] : rows) EXPECT_EQ(result, expected);
 }
 
-TEST(Format, flags_are_positional) {
-    EXPECT_EQ(both("a%-+5d|", 5), "a+5   |");
-    for (char const* const format : {"a%+-5d", "a%0-5d", "a%+ d", "a%--d", "a%.5.d", "a%5ld"})
-        EXPECT_EQ(both(format, 5), "a") << format;
-    EXPECT_EQ(both("%l%%lld%ld", 5, 6), "%56");
-}
-
-TEST(Format, stops_at_the_first_surplus_argument_and_keeps_surplus_conversions) {
-    EXPECT_EQ(both("a", 1), "a");
-    EXPECT_EQ(both("%d %d %%|%s", 1), "1 %d %|%s");
-    EXPECT_EQ(text(String::format("100%%%")), "100%%");
-    EXPECT_EQ(text(UniString::format(L"%d%%l%l%")), "%d%l%l%");
-    EXPECT_EQ(both("ab%-+05", 1), "ab");
-}
-
-TEST(Format, a_letter_that_does_not_suit_the_type_ends_the_text) {
-    for (char const* const format : {"ab%sxy", "ab%fxy", "ab%cxy", "ab%pxy", "ab%Dxy", "ab%oxy"})
-        EXPECT_EQ(both(format, 5), "ab") << format;
-    EXPECT_EQ(both("ab%dxy", 1.5f) + both("ab%dxy", "text") + both("ab%sxy", 'c'), "ababab");
-}
-
-TEST(Format, each_type_has_its_letters) {
-    EXPECT_EQ(
-        both("%d %u %x %i %X", INT_MIN, -3, -1, LLONG_MIN, 0xBEEFu),
-        "-2147483648 -3 ffffffff -9223372036854775808 BEEF");
-    EXPECT_EQ(both("%c%10c", 'x', 'y'), "xy");
-    EXPECT_EQ(both("%s%10s%-10S%C", "a", "b", "c", "d"), "abcd");
-    void const* const pointer = reinterpret_cast<void*>(0x1234ABCDEFll);
-    EXPECT_EQ(
-        both("%p|%x|%P|%-40X", pointer, pointer, pointer, pointer),
-        "0000001234abcdef|0000001234abcdef|0000001234ABCDEF|0000001234ABCDEF");
-    EXPECT_EQ(both("%d%d%d%d", short{1}, true, static_cast<unsigned char>(2), 3l), "1123");
+// What flags, letters and types make of each other is checked at random by the grammar's model;
+// here is what callers rely on.
+TEST(Format, follows_its_rows) {
     String const ab("ab");
-    EXPECT_EQ(text(String::format("%4s|%-4S|%03s|%.1s", ab, ab, ab, ab)), "  ab|ab  | ab|ab");
-    EXPECT_EQ(text(UniString::format(L"%-3s|%9s|%c", UniString(L"ab"), L"c", L'd')), "ab |c|d");
-}
-
-TEST(Format, sixty_four_bits_in_hexadecimal_are_whole_only_in_wide_text) {
-    EXPECT_EQ(text(String::format("%x", 0x123456789ABCDEFll)), "89abcdef");
-    EXPECT_EQ(text(UniString::format(L"%x", 0x123456789ABCDEFll)), "123456789abcdef");
-}
-
-TEST(Format, width_and_precision_wrap_at_eight_bits_or_at_sixteen) {
-    EXPECT_EQ(both("%300d", 1), std::string(43, ' ') + "1");
-    EXPECT_EQ(both("%.200f", 1.5f), "2.");  // -56
-    EXPECT_EQ(untyped("%300d", 1), std::string(299, ' ') + "1");
-    EXPECT_EQ(untyped("%65540d|%.65537f", 1, 1.0), "   1|1.0");
-}
-
-TEST(Format, wide_text_takes_narrow_text_as_utf8) {
+    void const* const pointer = reinterpret_cast<void*>(0x1234ABCDEFll);
+    check(Rows{
+        {both("%5d|%-5d|%05d|%05d|%-05d", 42, 42, 42, -42, 42), "   42|42   |00042|00-42|42000"},
+        {both("%+d % d %+d|%+08.2f", 5, 5, -5, 0.25f), "+5  5 -5|000+0.25"},
+        {both("%l%%lld%ld", 5, 6), "%56"},
+        {both("a", 1) + both("b%-+05", 1), "ab"},
+        {both("%d %d %%|%s", 1), "1 %d %|%s"},
+        {text(String::format("100%%%")), "100%%"},
+        {text(UniString::format(L"%d%%l%l%")), "%d%l%l%"},
+        {both("a%dx", 1.5f) + both("b%dx", "text") + both("c%sx", 'c'), "abc"},
+        {both("%d %u %x %i", INT_MIN, -3, -1, LLONG_MIN),
+         "-2147483648 -3 ffffffff -9223372036854775808"},
+        {both("%d%d%d%d", short{1}, true, static_cast<unsigned char>(2), 3l), "1123"},
+        {both("%c%10c|%s%10s%-10S%C", 'x', 'y', "a", "b", "c", "d"), "xy|abcd"},
+        {both("%p|%x|%-40X|%p", pointer, pointer, pointer, nullptr),
+         "0000001234abcdef|0000001234abcdef|0000001234ABCDEF|0000000000000000"},
+        {text(String::format("%4s|%-4S|%03s|%.1s", ab, ab, ab, ab)), "  ab|ab  | ab|ab"},
+        {text(UniString::format(L"%-3s|%9s|%c", UniString(L"ab"), L"c", L'd')), "ab |c|d"},
+        {text(String::format("%x", 0x123456789ABCDEFll)), "89abcdef"},
+        {text(UniString::format(L"%x", 0x123456789ABCDEFll)), "123456789abcdef"},
+        {both("%300d", 1) + both("|%.200f", 1.5f), std::string(43, ' ') + "1|2."},  // 44 and -56
+        {both("%f %f %f %.6f", 0.0f, -0.5f, 1e20, 2.0f),
+         "0.0 -0.5 100000002004087734272.0 2.000000"},
+        {both("%.2f %.2f %+.1f %.0f", 1.0f, -0.001f, -0.0f, 3.0f), "1.00 -0.00 +-0.0 3.0"},
+        {both("%f %.2f %.3f", HUGE_VALF, -HUGE_VALF, std::nanf("")), "1.#INF -1.#J 1.#QO"},
+    });
     EXPECT_TRUE(UniString::format(L"<%s>", "\xE2\x82\xAC\xC3\xA9") == L"<\x20AC\xE9>");
-    EXPECT_TRUE(UniString::format_unsafe(L"<%4s>", "\xC3\xA9") == L"<   \xE9>");
-    EXPECT_TRUE(UniString::format_unsafe(L"<%-4s>", "\xC3\xA9") == L"<\xE9   >");
-    EXPECT_EQ(text(String::format_unsafe("<%9C>", L"\x20AC\xE9")), "<\xE2\x82\xAC\xC3\xA9>");
 }
 
-TEST(Format, float_without_precision_keeps_one_zero_of_six) {
-    EXPECT_EQ(
-        both("%f %f %f %.6f", 0.0f, -0.5f, 1e20, 2.0f),
-        "0.0 -0.5 100000002004087734272.0 2.000000");
-    EXPECT_EQ(both("%.2f %.2f %+.1f", 1.0f, -0.001f, -0.0f), "1.00 -0.00 +-0.0");
-    EXPECT_EQ(both("%f %.0f %.2f", HUGE_VALF, 3.0f, -HUGE_VALF), "1.#INF 3.0 -1.#J");
+TEST(Format, a_bad_letter_ends_the_typed_text_and_drops_the_untyped_one) {
+    for (char const* const rest :
+         {"%sxy", "%fxy", "%cxy", "%qxy", "%+-5d", "%0-5d", "%--d", "%.5.d", "%5ld", "%", "%5.3"}) {
+        std::string const format = std::string("ab") + rest;
+        std::wstring const wide(format.begin(), format.end());
+        EXPECT_EQ(both(format.c_str(), 5), "ab") << format;
+        if (rest[1] == 's' || rest[1] == 'f' || rest[1] == 'c') continue;  // letters in a list
+        EXPECT_EQ(untyped(format.c_str(), 1) + untyped(wide.c_str(), 1), "") << format;
+    }
 }
 
 TEST(Format, messages_replace_the_text_only_where_they_are_wanted) {
     EXPECT_FALSE(QX::show_format_errors);
     QX::show_format_errors = true;
     std::string const start = "Unexpected format %q used with type ";
-    auto const expect = [&](char const* narrow, char const* wide, auto const& value) {
+    auto const expect = [&](auto const& value, char const* narrow, char const* wide) {
         EXPECT_EQ(text(String::format("ab%q", value)), start + narrow);
         EXPECT_EQ(text(UniString::format(L"ab%q", value)), start + wide);
     };
-    expect("int32", "int32", 1);
-    expect("card32", "card32", 1u);
-    expect("card64", "int64", 1ll);
-    expect("card64", "card64", 1ull);
-    expect("void*", "void*", static_cast<void*>(nullptr));
-    expect("float32", "float32", 1.0f);
-    expect("char", "char", 'c');
-    expect("const char*", "const char*", "t");
+    expect(1, "int32", "int32");
+    expect(1u, "card32", "card32");
+    expect(1ll, "card64", "int64");
+    expect(1ull, "card64", "card64");
+    expect(nullptr, "void*", "void*");
+    expect(1.0f, "float32", "float32");
+    expect('c', "char", "char");
+    expect("t", "const char*", "const char*");
     EXPECT_EQ(text(String::format("ab%q", String())), start + "const String&");
     EXPECT_EQ(text(UniString::format(L"ab%q", UniString())), start + "const UniString&");
     EXPECT_EQ(text(UniString::format(L"ab%q", L"t")), start + "const UniChar16*");
     EXPECT_EQ(text(UniString::format(L"ab%q", L't')), start + "UniChar16");
-    EXPECT_EQ(text(String::format("too few", 1)), "too few");
     QX::show_format_errors = false;
 }
 
@@ -167,15 +145,11 @@ TEST(Format, single_steps_append_to_what_is_there) {
     letter = 's';
     EXPECT_TRUE(String::append_formatted_type(out, letter, out, 0, 0, 8, false, '*'));
     EXPECT_FALSE(String::append_formatted_type(1.0f, letter, out, 0, 0, 0, false, ' '));
-    EXPECT_EQ(text(out), "<-7***  <-7***");
     EXPECT_TRUE(String::append_formatted_type(out.c_str() + 8, letter, out, 0, 0, 0, false, ' '));
     unsigned short position = 3;
     EXPECT_TRUE(String::append_rest(out, "%d %%%", position));
     EXPECT_EQ(position, 6);
-    EXPECT_TRUE(String::append_rest(out, "ab", position));
-    EXPECT_EQ(position, 6);
     EXPECT_EQ(text(out), "<-7***  <-7***<-7***%%");
-    EXPECT_EQ(out.c_str()[out.length()], 0);
 }
 
 TEST(Format, a_format_is_taken_up_to_its_65535th_character) {
@@ -184,63 +158,49 @@ TEST(Format, a_format_is_taken_up_to_its_65535th_character) {
     EXPECT_EQ(text(String::format(String((longest + "yzz").c_str()))), longest + "yz");
 }
 
-TEST(UntypedFormat, reads_its_list_by_the_letters) {
-    EXPECT_EQ(untyped("%05d|%i|%X|%P", -42, 5, 255, 0xABll), "00-42|5|ff|00000000000000ab");
-    EXPECT_EQ(untyped("%f|%.2f|%c%9c%%", 1.5, 0.1f, 'a', 'b'), "1.5|0.10|ab%");
+TEST(UntypedFormat, follows_its_rows) {
     String const string("str");
-    EXPECT_EQ(untyped("%-5s|%05s|%5S|", "ab", "ab", &string), "ab   |   ab|  str|");
-    EXPECT_EQ(
-        untyped("%30llu|%llx|%llx", ~0ull, 0xFFull, 0x1000000FFull),
-        "18446744073709551615|0ff|1ff");
-}
-
-TEST(UntypedFormat, has_letters_of_its_own_in_wide_text) {
-    EXPECT_EQ(
-        untyped(L"%x|%X|%p|%P", 171, 171, 171ll, 171ll), "ab|AB|00000000000000ab|00000000000000AB");
-    EXPECT_EQ(untyped(L"%c|%9C|%-4S|%4s", L'w', L"ab", L"ab", "cd"), "w|ab|ab  |  cd");
-    EXPECT_EQ(untyped(L"%llu|%llx", 0xFFull, 0x1000000FFull), "0ff|1ff");
-    EXPECT_EQ(untyped(L"text%i", 1), "");
-}
-
-TEST(UntypedFormat, a_bad_letter_drops_what_was_built) {
-    for (char const* const format :
-         {"text%q", "a%", "a%l", "a%ll", "a%ld", "a%lld", "a%A", "a%y", "a%+-d", "%d%5.3"}) {
-        std::wstring const wide(format, format + strlen(format));
-        EXPECT_EQ(untyped(format, 1, 2) + untyped(wide.c_str(), 1, 2), "") << format;
-    }
-}
-
-TEST(UntypedFormat, takes_an_argument_pointer_only_as_char_pointer) {
     long long slots[] = {5, 0x7F00000006};
-    char* const arguments = reinterpret_cast<char*>(slots);
-    EXPECT_EQ(text(String::format_unsafe("%d %d", arguments)), "5 6");
-    EXPECT_EQ(text(UniString::format_unsafe(L"%d %d", arguments)), "5 6");
-    EXPECT_EQ(untyped("%d", 0) + untyped("%s", "0") + untyped("no conversion"), "00no conversion");
+    char* const list = reinterpret_cast<char*>(slots);
+    check(Rows{
+        {untyped("%05d|%i|%X|%P", -42, 5, 255, 0xABll), "00-42|5|ff|00000000000000ab"},
+        {untyped("%f|%.2f|%c%9c%%", 1.5, 0.1f, 'a', 'b'), "1.5|0.10|ab%"},
+        {untyped("%-5s|%05s|%5S|", "ab", "ab", &string), "ab   |   ab|  str|"},
+        {untyped("%30llu|%llx|%llx", ~0ull, 0xFFull, 0x1000000FFull),
+         "18446744073709551615|0ff|1ff"},
+        {untyped("%65540d|%.65537f", 1, 1.0), "   1|1.0"},
+        {untyped("<%9C>", L"\x20AC\xE9"), "<\xE2\x82\xAC\xC3\xA9>"},
+        {untyped(L"%x|%X|%p|%P", 171, 171, 171ll, 171ll),
+         "ab|AB|00000000000000ab|00000000000000AB"},
+        {untyped(L"%c|%9C|%-4S|%4s", L'w', L"ab", L"ab", "cd"), "w|ab|ab  |  cd"},
+        {untyped(L"%llu|%llx", 0xFFull, 0x1000000FFull), "0ff|1ff"},
+        {untyped(L"text%i", 1), ""},
+        // An argument pointer is exactly a char*.
+        {untyped("%d %d", list) + untyped(L"|%d %d", list), "5 6|5 6"},
+        {untyped("%d", 0) + untyped("%s", "0") + untyped("no conversion"), "00no conversion"},
+    });
+    EXPECT_TRUE(UniString::format_unsafe(L"<%-4s>", "\xC3\xA9") == L"<\xE9   >");
 }
 
 TEST(NumberText, has_a_form_for_each_radix) {
-    EXPECT_EQ(text(String::format(4294967295u)) + text(UniString::format(0u)), "42949672950");
-    EXPECT_EQ(text(String::format(0xFFFFFFFFu, 10)), "-1");
-    EXPECT_EQ(text(UniString::format(0xFFFFFFFFu, 2)), std::string(32, '1'));
-    EXPECT_EQ(text(String::format(35u, 36)) + text(String::format(255u, 16)), "zff");
-    for (int const radix : {-1, 0, 1, 37}) {
-        EXPECT_EQ(text(String::format(5u, radix)), "");
-        EXPECT_EQ(text(String::format(0u, radix)), "0");
-    }
-    EXPECT_EQ(text(String::format_signed(INT_MIN)), "-2147483648");
-    EXPECT_EQ(text(String::format64(~0ull)), "18446744073709551615");
-    EXPECT_EQ(text(String::format(5u, 1u, "ab")), std::string(32, 'a'));
-    EXPECT_EQ(text(String::format(5u, 0u, "ab")) + text(String::format(0u, 0u, "ab")), "0");
-    EXPECT_EQ(text(UniString::format64(~0ull, 2, L"01")), std::string(32, '1'));
-    EXPECT_EQ(text(UniString::format64(1ull << 40, 16, L"0123456789ABCDEF")), "10000000000");
-}
-
-TEST(NumberText, wide_floats_can_drop_their_zeros) {
-    EXPECT_EQ(text(UniString::format(2.0f, 3, true)), "2.000");
-    EXPECT_EQ(text(UniString::format(1.5f, 2, false)), "1.5");
-    EXPECT_EQ(text(UniString::format(100.0f, 0, false)), "100");
-    EXPECT_EQ(text(UniString::format(-1e20f, 200, false)), "-100000002004087734272");
-    EXPECT_EQ(text(UniString::format(12.0f, 0)), "12.");
+    check(Rows{
+        {text(String::format(4294967295u)) + text(UniString::format(0u)), "42949672950"},
+        {text(String::format(0xFFFFFFFFu, 10)), "-1"},
+        {text(UniString::format(0xFFFFFFFFu, 2)), std::string(32, '1')},
+        {text(String::format(35u, 36)) + text(String::format(255u, 16)), "zff"},
+        {text(String::format_signed(INT_MIN)), "-2147483648"},
+        {text(String::format64(~0ull)), "18446744073709551615"},
+        {text(String::format(5u, 1u, "ab")), std::string(32, 'a')},
+        {text(String::format(5u, 0u, "ab")) + text(String::format(0u, 16, "ab")), "0"},
+        {text(UniString::format64(~0ull, 2, L"01")), std::string(32, '1')},
+        {text(UniString::format64(1ull << 40, 16, L"0123456789ABCDEF")), "10000000000"},
+        {text(UniString::format(2.0f, 3, true)), "2.000"},
+        {text(UniString::format(1.5f, 2, false)), "1.5"},
+        {text(UniString::format(100.0f, 0, false)) + text(UniString::format(12.0f, 0)), "10012."},
+        {text(UniString::format(-1e20f, 200, false)), "-100000002004087734272"},
+    });
+    for (int const radix : {-1, 0, 1, 37})
+        EXPECT_EQ(text(String::format(5u, radix)) + text(String::format(0u, radix)), "0");
 }
 
 unsigned int blocks = 0;
@@ -259,13 +219,6 @@ TEST(Format, takes_one_block_for_64_characters_and_grows_append_by_append) {
     EXPECT_EQ(narrow.capacity() + wide.capacity(), 128u);
     EXPECT_EQ(grown.capacity(), 128u);
     EXPECT_EQ(leap.capacity(), 301u);
-
-    String rest;  // copied characters are appended one by one
-    unsigned short position = 0;
-    String::append_rest(rest, "a", position);
-    EXPECT_EQ(rest.capacity(), 1u);
-    String::append_rest(rest, "abcde", position);
-    EXPECT_EQ(rest.capacity(), 8u);
 }
 
 TEST(Format, leaves_strings_valid_when_memory_runs_out) {
