@@ -53,12 +53,10 @@ std::string printed_by(Work work) {
     return printed;
 }
 
-// Whether a block of 200 bytes holds `value` from `first` on, after which it is all 1s and
-// released.
-bool comes_with(void* block, unsigned int first, unsigned char value) {
+// Whether a block of 200 bytes is filled with `value`. Releases it.
+bool is_filled(void* block, unsigned char value) {
     auto* const bytes = static_cast<unsigned char*>(block);
-    bool const all = std::count(bytes + first, bytes + 200, value) == 200 - first;
-    std::memset(block, 1, 200);
+    bool const all = std::count(bytes, bytes + 200, value) == 200;
     QX::custom_free(block);
     return all;
 }
@@ -97,13 +95,12 @@ TEST(CustomMalloc, throws_bad_alloc_with_its_own_text) {
 TEST(CustomMalloc, fills_its_blocks_once_told_to_and_those_of_no_heap_object) {
     QX::HeapPlatform heap(QX::HEAP_SECOND, nullptr);
     auto const take = [] { return QX::custom_malloc(200, QX::HEAP_GENERAL); };
-    comes_with(take(), 0, 1);
-    EXPECT_TRUE(comes_with(take(), 48, 1));  // behind a free block's links
+    EXPECT_FALSE(is_filled(take(), 0xCA));
     QX::enable_alloc_clear();
-    EXPECT_TRUE(comes_with(take(), 0, 0xCA));
-    QX::change_alloc_clear_val(0);
-    EXPECT_TRUE(comes_with(heap.malloc(200).first, 48, 1));
-    EXPECT_TRUE(comes_with(take(), 0, 0));
+    EXPECT_TRUE(is_filled(take(), 0xCA));
+    QX::change_alloc_clear_val(0xA5);
+    EXPECT_FALSE(is_filled(heap.malloc(200).first, 0xA5));
+    EXPECT_TRUE(is_filled(take(), 0xA5));
 }
 
 TEST(MallocAligned, rounds_to_any_alignment_from_four) {

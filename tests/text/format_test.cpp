@@ -116,23 +116,20 @@ std::string parsed(Text const& format) {
     typename Text::value_type letter = 'z';
     unsigned short position = 1, width = 99;
     short precision = 99;
-    char sign = 'z', pad = 'z', line[64];
+    char sign = 'z', pad = 'z';
     bool left = true;
     Text::parse_format_arguments(format, letter, position, precision, sign, width, left, pad);
-    snprintf(
-        line, sizeof(line), "%d %d %d %d %d %d '%c'", letter, position, precision, sign, width,
-        left, pad);
-    return line;
+    return both("%d %d %d %d %d %d %d", +letter, position, precision, +sign, width, left, +pad);
 }
 
 TEST(Format, parsing_sets_every_output_and_steps_over_the_letter) {
-    constexpr char const* rows[][2] = {
-        {"%d", "100 2 0 0 0 0 ' '"},  {"%-+07.3fxx", "102 8 3 43 7 1 '0'"},
-        {"%5", "0 3 0 0 5 0 ' '"},    {"% 0300.200f", "102 11 -56 32 44 0 '0'"},
-        {"%", "0 2 0 0 0 0 ' '"},     {"%00.x", "120 5 0 0 0 0 '0'"},
-        {"%ld", "108 2 0 0 0 0 ' '"}, {"%+-d", "45 3 0 43 0 0 ' '"},
-    };
-    for (auto const& [format, expected] : rows) {
+    for (auto const& [format, expected] :
+         std::initializer_list<std::pair<char const*, char const*>>{
+             {"%d", "100 2 0 0 0 0 32"},
+             {"%-+07.3fxx", "102 8 3 43 7 1 48"},
+             {"%5", "0 3 0 0 5 0 32"},
+             {"% 0300.200f", "102 11 -56 32 44 0 48"},
+             {"%+-d", "45 3 0 43 0 0 32"}}) {
         EXPECT_EQ(parsed(String(format)), expected) << format;
         EXPECT_EQ(parsed(QX::must_fix_string_widen(format)), expected) << format;
     }
