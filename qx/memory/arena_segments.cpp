@@ -250,8 +250,8 @@ Chunk* resize_direct(Chunk* chunk, Size need) {
     return fits ? chunk : nullptr;
 }
 
-// Where no mapping begins at the one place, one may at the other. Where nothing could be given back,
-// the next attempt waits until the top is made anew.
+// Where no mapping begins at the one place, one may at the other. Where nothing could be given
+// back, the next attempt waits until the top is made anew.
 void trim_top(State& s) {
     bool const cut = cut_top(s, kept_top) || cut_top(s, parameters.granularity);
     bool const unmapped = unmap_empty_segments(s);
