@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "qx/base/windows.h"
 #include "qx/diagnostics/message_box_impl.h"
-#include "tests/diagnostics/dialog_user.h"
 #include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
-#include "tests/tasks/scheduler_fixture.h"
 
-#include <stdexcept>
+#include <cstring>
+#include <string>
 
 namespace {
 
@@ -17,6 +17,7 @@ using Ids = QX::VELLUM_MESSAGE_BOX_IDS;
 
 // What happened, in order: one record for all cases, with room enough not to grow.
 std::wstring events = std::wstring(4000, L' ');
+int const decisions[] = {4, 5, 6, 7, 2, -1, 0};
 int const* next_answer;
 bool hook_settles;
 
@@ -24,15 +25,7 @@ void note(std::wstring const& what) {
     events += what + L"|";
 }
 
-void WINAPI note_wide(wchar_t const* text) {
-    note(text);
-}
-
-void WINAPI note_narrow(char const* text) {
-    note(L"narrow " + std::wstring(text, text + std::strlen(text)));
-}
-
-int WINAPI answer_box(HWND, wchar_t const* text, wchar_t const* caption, UINT flags) {
+int answer_box(HWND, wchar_t const* text, wchar_t const* caption, UINT flags) {
     wchar_t program[256];
     GetModuleFileNameW(nullptr, program, 256);
     EXPECT_STREQ(caption, flags == 0x2131 ? L"Last chance..." : program);
@@ -40,23 +33,12 @@ int WINAPI answer_box(HWND, wchar_t const* text, wchar_t const* caption, UINT fl
     return *next_answer++;
 }
 
-int WINAPI answer_bare(HWND, char const* text, char const* caption, UINT flags) {
-    EXPECT_STREQ(std::strrchr(caption, '\\'), "\\diagnostics_test.exe");
-    note_narrow(text);
-    return static_cast<int>(flags);
-}
-
-BOOL WINAPI note_exit(HANDLE, UINT code) {
-    note(L"exit " + std::to_wstring(code));
-    return TRUE;
-}
-
 bool semaphore_is_free() {
     HANDLE const handle = QX::message_box_semaphore().handle();
     return WaitForSingleObject(handle, 0) == WAIT_OBJECT_0 && ReleaseSemaphore(handle, 1, nullptr);
 }
 
-INT_PTR WINAPI answer_dialog(HINSTANCE, DLGTEMPLATE const* start, HWND, DLGPROC, LPARAM) {
+INT_PTR answer_dialog(HINSTANCE, DLGTEMPLATE const* start, HWND, DLGPROC, LPARAM) {
     std::wstring_view const words(reinterpret_cast<wchar_t const*>(start), 150);
     EXPECT_NE(words.find(UniString(L"what" + QX::wide_team_header()).c_str()), words.npos);
     EXPECT_FALSE(semaphore_is_free());
@@ -64,31 +46,48 @@ INT_PTR WINAPI answer_dialog(HINSTANCE, DLGTEMPLATE const* start, HWND, DLGPROC,
     return *next_answer++;
 }
 
-// Passes on what it does not settle, but has set both outputs.
+// Zero throws.
+Ids decide_remotely(UniString const&) {
+    HWND const dialog = FindWindowW(nullptr, L"QXLibs - Waiting for remote decision...");
+    wchar_t details[100] = {};
+    GetDlgItemTextW(dialog, 1, details, 100);
+    EXPECT_STREQ(details, L"what");
+    EXPECT_EQ(GetDlgItem(dialog, 6), nullptr);
+    EXPECT_TRUE(IsWindowVisible(dialog));
+    note(L"asked");
+    if (*next_answer == 0) throw 0;
+    return static_cast<Ids>(*next_answer++);
+}
+
+void tell(Ids decision, UniString const&) {
+    note(L"told " + std::to_wstring(static_cast<int>(decision)));
+}
+
+// Sets both outputs also where it passes on.
 bool hook(bool information, UniString const& text, bool& result, bool& ignore_all) {
     note((information ? L"informs " : L"hook ") + std::wstring(text.c_str()));
     result = ignore_all = true;
     return !hook_settles;
 }
 
-bool text_hook(UniString const& text) {
-    note(std::wstring(L"hook ") + text.c_str());
+bool text_hook(UniString const&) {
+    note(L"hook");
     return !hook_settles;
 }
 
-void tell(Ids decision, UniString const& heading) {
-    note(L"told " + std::to_wstring(static_cast<int>(decision)) + L" " + heading.c_str());
-}
-
-Ids decide_remotely(UniString const&) {
-    note(L"asked");
-    return static_cast<Ids>(*next_answer++);
+bool assert_once(bool& ignore_all) {
+    return QX::ignore_all_message_box(
+        ignore_all, QX::String("head"), QX::String("what"), QX::String("UI"),
+        QX::ASSERT_SEVERITY_NORMAL);
 }
 
 // Everything that would be shown or written is noted.
 class Boxes : public testing::Test {
 protected:
-    Boxes() { events.clear(); }
+    Boxes() {
+        events.clear();
+        hook_settles = false;
+    }
     ~Boxes() {
         QX::qx_message_box_hook = nullptr;
         QX::qx_message_txt_hook = nullptr;
@@ -96,24 +95,17 @@ protected:
         QX::register_ignore_all_message_box_remote_controlled_local_callback(nullptr);
     }
 
-    static bool assert_once(bool& ignore_all) {
-        return QX::ignore_all_message_box(
-            ignore_all, QX::String("head"), QX::String("what"), QX::String("UI"),
-            QX::ASSERT_SEVERITY_NORMAL);
-    }
-
 private:
-    test::StandIn wide_{"OutputDebugStringW", note_wide};
-    test::StandIn narrow_{"OutputDebugStringA", note_narrow};
+    test::StandIn wide_{"OutputDebugStringW", +[](wchar_t const* text) { note(text); }};
+    test::StandIn narrow_{"OutputDebugStringA", +[](char const*) { note(L"narrow"); }};
     test::StandIn box_{"MessageBoxW", answer_box};
-    test::StandIn bare_{"MessageBoxA", answer_bare};
-    test::StandIn exit_{"TerminateProcess", note_exit};
+    test::StandIn bare_{"MessageBoxA", +[](HWND, char*, char*, UINT) { note(L"bare"); }};
+    test::StandIn exit_{
+        "TerminateProcess", +[](HANDLE, UINT code) { note(L"exit " + std::to_wstring(code)); }};
     test::StandIn dialog_{"DialogBoxIndirectParamW", answer_dialog};
 };
 
 class Decisions : public Boxes {};
-
-// --- Plain boxes ---------------------------------------------------------------------------------
 
 TEST_F(Boxes, answer_true_for_retry_and_ask_again_after_a_withdrawn_abort) {
     int const answers[] = {IDOK, IDRETRY, IDIGNORE, IDCANCEL, IDABORT, IDCANCEL, IDABORT, IDOK, -1};
@@ -125,8 +117,7 @@ TEST_F(Boxes, answer_true_for_retry_and_ask_again_after_a_withdrawn_abort) {
         expected += L"text|65554 text|";  // 0x10012
     }
     std::wstring const sure = L"8497 Are you sure you want to abort the process?|";
-    expected += sure + L"65554 text|" + sure + L"exit 0|65554 text|";
-    EXPECT_EQ(events, expected);
+    EXPECT_EQ(events, expected + sure + L"65554 text|" + sure + L"exit 0|65554 text|");
 }
 
 TEST_F(Boxes, belong_to_the_hook_that_settles_them) {
@@ -138,103 +129,66 @@ TEST_F(Boxes, belong_to_the_hook_that_settles_them) {
         EXPECT_EQ(QX::message_box(false, UniString(L"a")), settles);
         EXPECT_EQ(QX::message_box_ok_cancel(QX::String("b")), settles);
     }
-    EXPECT_EQ(events, L"hook a|a|65554 a|informs b|b|65569 b|hook a|informs b|");
+    char bare[] = "the bare box has no hook";
+    QX::message_box(bare);
+    EXPECT_EQ(events, L"hook a|a|65554 a|informs b|b|65569 b|hook a|informs b|bare|");
     QX::qx_message_box_hook = nullptr;
     EXPECT_TRUE(QX::message_box_ok_cancel(UniString(L"c")));
 }
 
-TEST_F(Boxes, bare_box_takes_no_notice_of_the_hook) {
-    QX::qx_message_box_hook = hook;
-    char text[] = "bare";
-    QX::message_box(text);
-    EXPECT_EQ(events, L"narrow bare|");
-}
-
 TEST_F(Boxes, text_goes_to_the_debugger_and_the_error_stream_unless_hooked) {
     testing::internal::CaptureStderr();
-    QX::message_txt(QX::String("a "));
-    QX::message_txt(UniString(L"b "));
     QX::qx_message_txt_hook = text_hook;
     for (bool settles : {false, true}) {
         hook_settles = settles;
         QX::message_txt(QX::String("c"));
         QX::message_txt(UniString(L"d"));
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a b cd");
-    EXPECT_EQ(events, L"narrow a |b |hook c|narrow c|hook d|d|hook c|hook d|");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "cd");
+    EXPECT_EQ(events, L"hook|narrow|hook|d|hook|hook|");
 }
-
-// --- The decision --------------------------------------------------------------------------------
 
 TEST_F(Decisions, follow_the_answer_wherever_it_comes_from) {
     QX::register_ignore_all_message_box_remote_controlled_local_callback(tell);
-    for (auto remote : {static_cast<decltype(&decide_remotely)>(nullptr), decide_remotely}) {
-        QX::register_ignore_all_message_box_remote_controlled_callback(remote);
-        for (int answer : {4, 5, 6, 7, 2, -1}) {
+    for (bool remote : {false, true}) {
+        auto const callback = remote ? decide_remotely : nullptr;
+        QX::register_ignore_all_message_box_remote_controlled_callback(callback);
+        for (int const& answer : decisions) {
+            if (answer == 0) break;
             events.clear();
             next_answer = &answer;
             bool ignore_all = false;
             EXPECT_EQ(assert_once(ignore_all), answer == 5);
             EXPECT_EQ(ignore_all, answer == 7);
-            std::wstring const told = L"told " + std::to_wstring(answer) + L" head|";
-            EXPECT_EQ(events, L"head\n|asked|" + told + (answer == 4 ? L"exit 1|" : L""));
-            EXPECT_TRUE(semaphore_is_free());
+            std::wstring const told = L"told " + std::to_wstring(answer);
+            EXPECT_EQ(events, L"head\n|asked|" + told + (answer == 4 ? L"|exit 1|" : L"|"));
         }
     }
+    EXPECT_TRUE(semaphore_is_free());
 }
 
 TEST_F(Decisions, keep_what_a_hook_that_passes_on_has_set) {
-    int const answer = 6;
-    next_answer = &answer;
+    next_answer = decisions + 2;
     QX::qx_message_box_hook = hook;
-    std::wstring const whole =
-        L"hook what\nhead\nThis message applies to the following teams:\nUI\n|";
+    std::wstring expected;
     for (bool settles : {true, false}) {
         hook_settles = settles;
         bool ignore_all = false;
         EXPECT_TRUE(assert_once(ignore_all) && ignore_all);
-        EXPECT_EQ(events, settles ? whole : whole + whole + L"head\n|asked|");
+        expected += L"hook what\nhead\nThis message applies to the following teams:\nUI\n|";
+        EXPECT_EQ(events, expected + (settles ? L"" : L"head\n|asked|"));
     }
 }
 
-[[noreturn]] Ids throwing_callback(UniString const&) {
-    throw std::runtime_error("callback");
-}
-
-TEST_F(Decisions, from_a_fibre_bear_a_remote_callback_that_throws) {
-    test::Library const library(1);
-    std::atomic<bool> caught = false;
-    QX::register_ignore_all_message_box_remote_controlled_callback(throwing_callback);
-    task::spawn(test::fiberful, test::worker_threads, test::normal, [&] {
-        bool ignore_all = false;
-        try {
-            assert_once(ignore_all);
-        } catch (std::runtime_error const&) {
-            caught = true;
-        }
-    });
-    test::await([&] { return caught.load(); });
+TEST_F(Decisions, end_the_dialog_of_a_remote_one_that_throws_and_do_without) {
+    next_answer = decisions + 6;
+    bool ignore_all = false;
+    QX::register_ignore_all_message_box_remote_controlled_callback(decide_remotely);
+    EXPECT_THROW(assert_once(ignore_all), int);
     EXPECT_TRUE(semaphore_is_free());
     EXPECT_EQ(FindWindowW(nullptr, L"QXLibs - Waiting for remote decision..."), nullptr);
-}
-
-Ids look_at_remote_dialog(UniString const&) {
-    HWND const dialog = FindWindowW(nullptr, L"QXLibs - Waiting for remote decision...");
-    EXPECT_TRUE(IsWindowVisible(dialog));
-    wchar_t const* const texts[] = {L"head", L"what", L"UI", L""};
-    for (int id = 0; id < 4; ++id) EXPECT_EQ(test::text_of(GetDlgItem(dialog, id)), texts[id]);
-    return Ids::RETRY;
-}
-
-HWND WINAPI no_dialog(HINSTANCE, DLGTEMPLATE const*, HWND, DLGPROC, LPARAM) {
-    return nullptr;
-}
-
-TEST_F(Decisions, show_the_texts_without_buttons_while_a_remote_one_is_awaited) {
-    QX::register_ignore_all_message_box_remote_controlled_callback(look_at_remote_dialog);
-    bool ignore_all = false;
-    EXPECT_TRUE(assert_once(ignore_all));
-    test::StandIn const creation("CreateDialogIndirectParamW", no_dialog);
+    test::StandIn const creation(
+        "CreateDialogIndirectParamW", +[] { return nullptr; });
     EXPECT_FALSE(assert_once(ignore_all)) << "without a dialog nobody is asked";
 }
 
