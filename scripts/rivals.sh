@@ -11,7 +11,9 @@ prefix=x86_64-w64-mingw32
 mkdir -p "$out/packages" "$out/source" "$out/include" "$out/lib"
 
 # Header-only ones come out of their development packages.
-headers=(libstb-dev libfmt-dev librapidxml-dev robin-map-dev)
+headers=(libstb-dev libfmt-dev librapidxml-dev robin-map-dev libfccp-dev)
+# These bring a program that makes sources.
+makers=(re2c)
 # These are built from their source packages.
 sources=(pugixml tinyxml2 libyuv mimalloc libdeflate lua5.4)
 
@@ -37,13 +39,14 @@ fetch_lua() {
 }
 
 fetch() {
-  [ -f "$out/fetched" ] && return
+  local wanted="${headers[*]} ${makers[*]} ${sources[*]}"
+  [ "$(cat "$out/fetched" 2>/dev/null)" = "$wanted" ] && return
   prepare_fetching
-  (cd "$out/packages" && private_apt download -qq "${headers[@]}" &&
+  (cd "$out/packages" && private_apt download -qq "${headers[@]}" "${makers[@]}" &&
     for package in *.deb; do dpkg -x "$package" "$out/packages/root"; done)
   cp -r "$out"/packages/root/usr/include/* "$out/include/"
   (cd "$out/source" && private_apt source -qq "${sources[@]}" >/dev/null 2>&1)
-  touch "$out/fetched"
+  echo "$wanted" >"$out/fetched"
 }
 
 # archive NAME COMPILER-AND-FLAGS -- SOURCES
@@ -86,11 +89,17 @@ build() {
   archive yuv $cxx -I"$dir"include -- "$dir"source/*.cc
 }
 
+# The lexer that the tokeniser is measured against.
+generate() {
+  "$out/packages/root/usr/bin/re2c" -W -o "$out/include/generated_lexer.h" benchmarks/data/lexer.re
+}
+
 if [ "${1:-}" = lua ]; then
   fetch_lua
   build_lua
 else
   fetch
   build
+  generate
 fi
 echo "rivals: ready in $out"
