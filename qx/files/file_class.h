@@ -108,6 +108,7 @@ enum OS_WRITE_CLASS : int {
     OWC_AUDIO_DEBUG_SETTINGS = 62,
 };
 
+// What a kind of file is for: the user's own, a picture of the game, a help in finding faults.
 enum OS_FILE_CATEGORY : int {
     OFC_OTHER = 0,
     OFC_USER_DATA = 1,

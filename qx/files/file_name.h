@@ -38,6 +38,7 @@ public:
     FileName(FileName const&) = default;
     FileName& operator=(FileName const&) = default;
 
+    // The name as seen from the search paths; s_empty() for the empty text.
     QX_API FileName(char const* path);
     QX_API FileName(String const& path);
 

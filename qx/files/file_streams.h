@@ -65,6 +65,7 @@ public:
     //     "a\n\rb"  =>  "a", "b"        "a\n\nb"  =>  "a", "", "b"        "a\0b"  =>  "a", "b"
     QX_API unsigned int readln(char* line);
 
+    // From the start, or from the end where below zero. A success clears the error.
     QX_API bool seek(int position);
     QX_API bool seek64(long long position);
 
@@ -119,14 +120,15 @@ public:
     // False if already closed (the error then stays) or if the last bytes could not be written.
     QX_API bool close();
 
-    // A success leaves the error alone. On a closed stream flushes every open one of the process, as
-    // the C library has it.
+    // A success leaves the error alone. On a closed stream flushes every open one of the process,
+    // as the C library has it.
     QX_API bool flush();
 
     // Returns the bytes written. If that is short, the error is 38 at the end of the file, else
     // the stream's `ferror` value.
     QX_API unsigned int write(void const* data, unsigned int bytes);
 
+    // As on FileIn.
     QX_API bool seek(int position);
     QX_API bool seek64(long long position);
 
@@ -160,6 +162,7 @@ public:
     EndianOut() = default;
     EndianOut(bool swap, char const* name) : FileOut(name), swap_(swap) {}
 
+    // As FileOut's; `swap` holds until the next open.
     QX_API bool open(bool swap, char const* name, bool append);
 
     // Each writes one value of so many bytes and returns the bytes written. `write16` reverses its

@@ -40,6 +40,7 @@ public:
     // Does nothing, and so do the operations below.
     QXFileChangeWatcher& operator=(QXFileChangeWatcher const&) { return *this; }
 
+    // Each does nothing; a callback handed in is never called.
     QX_API static void init();
     QX_API static void cleanup();
     QX_API static void subscribe_file_change(String const& path, void (*callback)(String const&));

@@ -68,6 +68,7 @@ QX_API String sanitise_relative_path(String path, bool* changed);
 // Drops everything up to the first "data\", if that begins within the first four characters.
 QX_API String sanitise_path_start(String const& path, bool* changed);
 
+// By the rows above; nothing but separators changes.
 QX_API String sanitise_to_windows(String const& path);
 QX_API String sanitise_to_unix(String const& path);
 QX_API String sanitise_trailing_slash(String const& path);
@@ -81,6 +82,7 @@ QX_API String regify(String const& text);
 // Two backslashes in front, or a colon as second character with a separator behind it.
 QX_API bool absolute_path(char const* path);
 
+// By the rows above, in the whole path: none looks at the disk.
 QX_API UniString extension(UniString const& path, bool empty_if_none);
 QX_API String remove_extension(String const& path);
 QX_API UniString remove_extension(UniString const& path);
@@ -102,6 +104,7 @@ QX_API bool create(char const* path);
 QX_API bool remove(char const* path);
 QX_API bool remove(wchar_t const* path);
 
+// False where `to` exists already.
 QX_API bool rename(char const* from, char const* to);
 
 // Removes an empty folder.
@@ -112,6 +115,7 @@ QX_API bool deldir(char const* path);
 // empty.
 QX_API bool delall(char const* path, bool delete_self);
 
+// Sets or takes away the read-only attribute; true where that could be done.
 QX_API bool chmod(char const* path, bool readable, bool writable);
 
 // Sets the times of last access and last write; seconds since 1970.

@@ -128,6 +128,7 @@ public:
         return true;
     }
 
+    // Move the cursor as such a transfer would and return what it would move; touch nothing.
     unsigned int read(void* data, unsigned int bytes) { return write(data, bytes); }
     QX_API unsigned int write(void const* data, unsigned int bytes);
 
@@ -137,6 +138,7 @@ public:
     //     "one"  =>  1, and the cursor behind the 'n'
     QX_API unsigned int readln(char* line);
 
+    // As on MemBuffer: moves first and tests afterwards.
     QX_API bool seek(int position);
 
     unsigned int tell() const { return static_cast<unsigned int>(pos_ - first_); }

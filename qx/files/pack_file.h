@@ -27,6 +27,7 @@ public:
         AsyncPackFile const& pack, char const* name, unsigned int offset, unsigned int size,
         void* user);
 
+    // Closed. Dying closes, which waits for a read in flight and its callback.
     AsyncPackFile() = default;
     QX_API ~AsyncPackFile();
 
@@ -91,6 +92,7 @@ public:
         MemPackFile const& pack, char const* name, unsigned int offset, unsigned int size,
         void* user);
 
+    // Closed. Dying closes.
     MemPackFile() = default;
     QX_API ~MemPackFile();
 

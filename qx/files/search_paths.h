@@ -31,6 +31,7 @@
 
 namespace QX {
 
+// An ordered list of folders, as told above.
 class SearchPathCollection {
 public:
     using Paths = DynamicArray<String, DefaultAllocator>;
@@ -44,6 +45,7 @@ public:
     // One path, the empty text. The argument is not looked at.
     QX_API SearchPathCollection(char const*);
 
+    // Copies have paths, design path, index and flag of their own.
     QX_API SearchPathCollection(SearchPathCollection const& other);
     QX_API SearchPathCollection& operator=(SearchPathCollection const& other);
     QX_API ~SearchPathCollection();
@@ -98,6 +100,7 @@ public:
     // The first path + name that exists, or the empty text. An absolute name comes back as it is.
     QX_API String prepend_source_path_for(String const& name);
 
+    // The folder of the design data, or the empty text.
     QX_API String get_design_path();
     QX_API void set_design_path(String const& path);
 
@@ -136,6 +139,7 @@ struct BinaryDescription {
     String folder;  // two levels above the file
     String file_name;
 
+    // Asks the system for the running program's name.
     QX_API BinaryDescription();
 
     // Made on first use; lasts until destroy_filesystem.

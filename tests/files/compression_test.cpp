@@ -195,8 +195,7 @@ TEST(Scrambling, by_position_is_one_function_that_any_part_may_go_through) {
     EXPECT_EQ(std::string(to, 80), text.substr(0, 80));
 }
 
-// --- Files
-// ------------------------------------------------------------------------------------------
+// --- Files --------------------------------------------------------------------------------------
 
 constexpr unsigned int block = 1048576;
 
