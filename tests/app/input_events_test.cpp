@@ -20,19 +20,16 @@ QX::KEY_TYPE key(unsigned int number) {
 // --- Names ---------------------------------------------------------------------------------------
 
 TEST(KeyNames, are_whole_and_by_case) {
-    for (unsigned int i : {0u, 28u, 142u, 143u, 144u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-        char const* const name = QX::name_from_key(key(i));
-        EXPECT_EQ(*name != 0, i < 143);
-        EXPECT_EQ(QX::key_from_name(name), key(i < 143 ? i : 144));
-        EXPECT_EQ(QX::key_from_name(QX::String(name)), key(i < 143 ? i : 144));
+    for (int i = -1; i < 150; ++i) {
+        std::string const name = QX::name_from_key(static_cast<QX::KEY_TYPE>(i));
+        int const known = i >= 0 && i < 143 ? i : 144;
+        EXPECT_EQ(QX::key_from_name(name.c_str()), known);
+        EXPECT_EQ(QX::key_from_name(QX::String(name.c_str())), known);
+        EXPECT_EQ(QX::key_from_name((name + "x").c_str()), 144);
+        char const* const event = QX::name_from_mouse_event(static_cast<QX::HW_MOUSE_EVENT>(i));
+        EXPECT_EQ(QX::mouse_event_from_name(QX::String(event)), i < 15 ? i : -1);
     }
-    for (char const* unknown : {"escape", "ESC", "ESCAPES"})
-        EXPECT_EQ(QX::key_from_name(unknown), key(144));
-    for (int i = -1; i < 20; ++i) {
-        char const* const name = QX::name_from_mouse_event(static_cast<QX::HW_MOUSE_EVENT>(i));
-        EXPECT_EQ(QX::mouse_event_from_name(QX::String(name)), i < 15 ? i : -1);
-        EXPECT_EQ(*name != 0, i >= 0 && i < 15);
-    }
+    EXPECT_EQ(QX::key_from_name("escape"), 144);
     EXPECT_STREQ(QX::name_from_mouse_event(QX::MOUSE_RBUTTON_DBL_CLICK_UP), "RBUTTON_DBL_CLICK_UP");
 }
 

@@ -249,12 +249,6 @@ TEST(Clipboard, copies_narrow_text_and_pastes_wide_text_alone) {
         test::StandIn const asked("IsClipboardFormatAvailable", narrow_only);
         EXPECT_TRUE(QX::paste_from_clipboard().empty());
     }
-    {
-        auto const refuse = +[](HWND) -> BOOL { return FALSE; };
-        test::StandIn const opened("OpenClipboard", refuse);
-        QX::copy_to_clipboard(L"after");
-        EXPECT_TRUE(QX::paste_from_clipboard().empty());
-    }
     EXPECT_EQ(narrow_now(), "sail");
     auto const refuse = +[](HGLOBAL) -> void* { return nullptr; };
     test::StandIn const locked("GlobalLock", refuse);

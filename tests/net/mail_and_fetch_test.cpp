@@ -255,7 +255,6 @@ TEST(WebFetch, hands_the_body_on_a_buffer_at_a_time_between_two_announcements) {
     Row const rows[] = {
         {"Content-Length: 5\r\n\r\nhello", 9, {0, "null 5, 5 bytes: hello, null 5, "}},
         {"\r\nhello", 5, {0, "null 0, 5 bytes: hello, 0 bytes: , null 5, "}},
-        {"Content-Length: 7\r\n\r\n", 9, {0, "null 7, 0 bytes: , null 0, "}},
         {"\r\nhello", 0, {0, "null 0, 0 bytes: , null 0, "}},
         {"Content-Length: 2\r\n\r\nlonger", 9, {0, "null 2, 6 bytes: longer, null 6, "}},
         {"A: chunked\r\n\r\n1\r\na\r\n", 9, {0, "null 0, 6 bytes: 1\r\na\r\n, null 6, "}},
@@ -270,23 +269,10 @@ TEST(WebFetch, hands_the_body_on_a_buffer_at_a_time_between_two_announcements) {
 }
 
 TEST(WebFetch, a_status_line_it_does_not_want_ends_the_call_before_any_callback) {
-    struct Row {
-        char const* reply;
-        int result;
-        int end_code = 0;
-    };
-    constexpr Row rows[] = {
-        {"HTTP/1.1 404 Not Found\r\n\r\nbody", -404},
-        {"HTTP/1.0 200 OK\r\n\r\n", -1},
-        {"http/1.1 200 OK\r\n\r\n", -1},
-        {"HTTP/1.1 2\n", -(200 - 38 * 10 - 48)},
-        {"HTTP/1.1 abc\r\n", -5451},
-        {"", 0},  // closes at once
-        {"", 10054, 10054},
-        {"HTTP/1.1 200 OK\r\nA: b", 0},  // closes within the headers
-    };
-    for (Row const& row : rows)
-        EXPECT_EQ(fetch_fake(row.reply, row.end_code), (Fetched{row.result, ""})) << row.reply;
+    EXPECT_EQ(fetch_fake("HTTP/1.1 404 Not Found\r\n\r\nbody"), (Fetched{-404, ""}));
+    EXPECT_EQ(fetch_fake("HTTP/1.0 200 OK\r\n\r\n"), (Fetched{-1, ""}));
+    EXPECT_EQ(fetch_fake("", 10054), (Fetched{10054, ""}));
+    EXPECT_EQ(fetch_fake(good + "A: b"), (Fetched{0, ""}));  // closes within the headers
 }
 
 TEST(WebFetch, a_failed_send_looks_like_success) {

@@ -123,7 +123,6 @@ TEST(SocketIPAddress, keeps_network_order_and_tells_host_order) {
         each.get_ip(out);
         EXPECT_EQ(std::memcmp(out, bytes, 4), 0);
         EXPECT_TRUE(each.get_ip() == 0xC0A80207 && each.get_port() == 0x1234);
-        EXPECT_EQ(each.get_sockaddr_in().sin_port, 0x3412);
         EXPECT_STREQ(SocketIPAddress::get_as_string(each), "192.168.2.7");
     }
     Socket socket;
@@ -269,10 +268,6 @@ TEST(Socket, datagrams_come_with_their_sender_and_empty_ones_without) {
     EXPECT_EQ(Socket::receivefrom(receiver, data, 8, 0, &from), 3);
     EXPECT_STREQ(data, "abc");
     EXPECT_EQ(from.get_port(), ntohs(sender.address().sin_port));
-    SocketIPAddress const everyone("255.255.255.255", 9);
-    expect_failure("send failure: The requested address is a broadcast", [&] {
-        Socket::sendto(sender, "x", 1, 0, everyone);
-    });
     sender.set_broadcast_mode(true);
     int allowed = 0, size = sizeof allowed;
     auto const out = reinterpret_cast<char*>(&allowed);
