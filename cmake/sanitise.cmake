@@ -15,6 +15,11 @@ elseif(QX_SANITISE STREQUAL "address")
   # The arena writes into what was a fibre's stack, where marks of its frames may be left.
   file(GLOB _arena CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/qx/memory/*.cpp)
   set_source_files_properties(${_arena} PROPERTIES COMPILE_OPTIONS -fno-sanitize=address)
+  # Wine's own heap lies where chance puts it, and may be put where the shadow has to be.
+  execute_process(COMMAND setarch -R true RESULT_VARIABLE _refused ERROR_QUIET)
+  if(CMAKE_CROSSCOMPILING_EMULATOR AND NOT _refused)
+    list(PREPEND CMAKE_CROSSCOMPILING_EMULATOR setarch -R)
+  endif()
 elseif(QX_SANITISE)
   message(FATAL_ERROR "QX_SANITISE is undefined, address or empty, not ${QX_SANITISE}")
 endif()

@@ -11,6 +11,8 @@ log=build/log/hunt
 mkdir -p "$log"
 scripts/setup.sh
 . scripts/wine_session.sh
+# The address-checking build wants Wine's heap where it always is.
+if setarch -R true 2>/dev/null; then wine="setarch -R $wine"; fi
 
 instrumented() {
   local preset=mingw-$1

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::uintptr_t shadow_offset = 0x7fff8000;
 constexpr std::uintptr_t shadow_size = 1ull << 44;
+constexpr std::uintptr_t low_addresses = 1ull << 33;
 
 std::uint8_t* shadow(std::uintptr_t address) {
     return reinterpret_cast<std::uint8_t*>((address >> 3) + shadow_offset);
@@ -31,17 +32,32 @@ LONG CALLBACK commit_shadow(EXCEPTION_POINTERS* pointers) {
     if (address < shadow_offset || address >= shadow_offset + shadow_size)
         return EXCEPTION_CONTINUE_SEARCH;
     MEMORY_BASIC_INFORMATION info;
-    bool const is_free = VirtualQuery(reinterpret_cast<void*>(address), &info, sizeof info) &&
-                         info.State == MEM_FREE;
-    if (!is_free) return EXCEPTION_CONTINUE_SEARCH;
+    if (!VirtualQuery(reinterpret_cast<void*>(address), &info, sizeof info))
+        return EXCEPTION_CONTINUE_SEARCH;
+    if (info.State == MEM_COMMIT && info.Protect == PAGE_READWRITE)
+        return EXCEPTION_CONTINUE_EXECUTION;  // another thread was faster
     void* const page = VirtualAlloc(
-        reinterpret_cast<void*>(address & ~0xFFFFull), 65536, MEM_RESERVE | MEM_COMMIT,
-        PAGE_READWRITE);
+        reinterpret_cast<void*>(address & ~0xFFFFull), 65536,
+        info.State == MEM_FREE ? MEM_RESERVE | MEM_COMMIT : MEM_COMMIT, PAGE_READWRITE);
     return page ? EXCEPTION_CONTINUE_EXECUTION : EXCEPTION_CONTINUE_SEARCH;
 }
 
+// The shadow of the lowest addresses, where the stacks and heaps of the process are. Where somebody
+// has memory there already, as Wine's own heap may, its bytes can be read as marks.
+bool shadow_is_ours = true;
+
+void take_low_shadow() {
+    constexpr std::uintptr_t first = (shadow_offset + 0xFFFF) & ~0xFFFFull;
+    shadow_is_ours = VirtualAlloc(
+                         reinterpret_cast<void*>(first), low_addresses >> 3, MEM_RESERVE,
+                         PAGE_READWRITE) != nullptr;
+}
+
 void start() {
-    static bool const once = [] { return AddVectoredExceptionHandler(1, commit_shadow), true; }();
+    static bool const once = [] {
+        take_low_shadow();
+        return AddVectoredExceptionHandler(1, commit_shadow), true;
+    }();
     (void)once;
 }
 
@@ -49,6 +65,7 @@ void start() {
     std::fprintf(
         stderr, "bad %s of %zu bytes at %p, shadow %02x\n", what, size,
         reinterpret_cast<void*>(address), *shadow(address));
+    if (!shadow_is_ours) std::fputs("   or chance: run again with setarch -R\n", stderr);
     void* frames[24];
     int const count = RtlCaptureStackBackTrace(2, 24, frames, nullptr);
     for (int i = 0; i < count && frames[i]; ++i) std::fprintf(stderr, "   %p\n", frames[i]);
