@@ -58,6 +58,7 @@ private:
 
 }  // namespace detail
 
+// 0 unless given a value.
 class AtomicInt32Platform : public detail::AtomicWord<int> {
 public:
     constexpr AtomicInt32Platform() : AtomicWord(0) {}

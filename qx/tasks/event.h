@@ -21,6 +21,7 @@ public:
     Event(Event const&) = delete;
     Event& operator=(Event const&) = delete;
 
+    // Lets a waiter through, or all of them with manual reset; and takes that back.
     QX_API void signal();
     QX_API void reset();
 

@@ -24,6 +24,7 @@ namespace deprecated_tbb {
 class ParentTask;
 class ThreadTaskManager;
 
+// High is urgent, or inherited, as in `task::Priority`; any other number is normal.
 enum TaskPriority : int {
     TASK_PRIORITY_NORMAL = 0,
     TASK_PRIORITY_HIGH = 1,

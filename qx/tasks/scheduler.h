@@ -65,6 +65,7 @@ enum class Priority : int {
     high = 1,
 };
 
+// On the stack of the thread that takes the task, or on a fibre of its own.
 enum class FiberMode : int {
     fiberless = 0,
     fiberful = 1,
@@ -96,6 +97,7 @@ QX_API void run_main_thread_tasks();
 
 namespace query {
 
+// Between `initialize` and `terminate`.
 QX_API bool is_initialized();
 
 // 0 if not initialised.
@@ -144,6 +146,7 @@ struct FunctionTypeInfo {
 constexpr unsigned int closure_size = 512;  // bytes; what a task record holds of a callable
 constexpr unsigned int closure_alignment = 16;
 
+// Whether the caller runs in a fibreful task.
 QX_API bool in_fiberful_task();
 
 // Spawns one task, its callable constructed from `callable`.
@@ -172,6 +175,7 @@ public:
     // One less; at 0 everyone who waits is let go on.
     QX_API void internal_decrement();
 
+    // The count at this moment, without ordering.
     QX_API unsigned int value() const;
 
     // Returns when the count has been 0. A fibreful task leaves its thread until then; the main

@@ -26,6 +26,7 @@ public:
     QX_API SemaphorePlatform(
         unsigned int initial, unsigned int maximum, char const* name, char const* sub_name);
 
+    // Closes the handle.
     QX_API ~SemaphorePlatform();
 
     SemaphorePlatform(SemaphorePlatform const&) = delete;

@@ -24,6 +24,7 @@ namespace task {
 
 namespace detail {
 
+// The one record of a callable's type.
 template <typename Callable>
 struct TypeInfo {
     static_assert(

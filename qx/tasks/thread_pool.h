@@ -32,6 +32,7 @@ class ThreadPoolPlatform {
 public:
     using Job = unsigned int (*)(void*);
 
+    // One place in the ring.
     struct Slot {
         Job job;
         void const* argument;
@@ -61,9 +62,11 @@ public:
     // Blocks while the ring is full. `argument` stays the caller's.
     QX_API void queue_job(Job job, void const* argument);
 
+    // For tests and debuggers: what other threads change may have changed since.
     Thread const* threads() const { return threads_.get(); }
     bool quit() const { return quit_; }
     unsigned int inside_lock() const { return inside_lock_; }
+    MutexPlatform const& lock() const { return lock_; }
     unsigned int write_index() const { return write_index_; }
     unsigned int read_index() const { return read_index_; }
     unsigned int thread_count() const { return thread_count_; }

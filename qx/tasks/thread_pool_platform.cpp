@@ -60,6 +60,8 @@ ThreadPoolPlatform::~ThreadPoolPlatform() {
     quit_ = true;
     for (unsigned int i = 0; i < queue_size_; ++i) post(work_to_do_);
     for (unsigned int i = 0; i < thread_count_; ++i) wait_for_thread(threads_[i]);
+    slots_.reset();
+    threads_.reset();  // before the semaphores
 }
 
 void ThreadPoolPlatform::start(
