@@ -26,13 +26,29 @@ constexpr std::size_t staging_size = 8192;
 // Shorter rows would leave too many lines half written.
 constexpr std::size_t streaming_row = 1024;
 
+// How far before its use memory is asked for: reading goes half as fast without.
+constexpr std::size_t ahead_distance = 2048;
+
+// Asks for the bytes that will be read, `step` of them at a time.
+struct Ahead {
+    unsigned char const* next;
+    std::size_t step;
+
+    void advance() {
+        _mm_prefetch(reinterpret_cast<char const*>(next), _MM_HINT_T0);
+        if (step > 64) _mm_prefetch(reinterpret_cast<char const*>(next + 64), _MM_HINT_T0);
+        next += step;
+    }
+};
+
 // `to` takes `size` bytes past the cache; its ends go the ordinary way.
-void stream_bytes(unsigned char* to, unsigned char const* from, std::size_t size) {
+void stream_bytes(unsigned char* to, unsigned char const* from, std::size_t size, Ahead ahead) {
     std::size_t const head = -reinterpret_cast<std::uintptr_t>(to) & 15;
     QX_CHECK(size >= 16);
     std::memcpy(to, from, head);
     std::size_t i = head;
     for (; i + 64 <= size; i += 64) {
+        ahead.advance();
         auto const* in = reinterpret_cast<__m128i const*>(from + i);
         auto* out = reinterpret_cast<__m128i*>(to + i);
         __m128i const a = _mm_loadu_si128(in), b = _mm_loadu_si128(in + 1);
@@ -49,19 +65,20 @@ struct Sizes {
     std::size_t to, from;  // bytes a pixel
 };
 
+// While one piece goes out, the next is asked for.
 void stream_row(
     unsigned char* to, unsigned char const* from, std::size_t count, Row row, Sizes sizes) {
     alignas(16) unsigned char stage[staging_size];
     std::size_t const most = (staging_size / sizes.to) & ~std::size_t{63};
     while (count) {
-        std::size_t const now = std::min(count, most);
+        std::size_t const now = std::min(count, most), bytes = now * sizes.to;
         row(stage, from, now);
-        if (now * sizes.to < 64)
-            std::memcpy(to, stage, now * sizes.to);
-        else
-            stream_bytes(to, stage, now * sizes.to);
-        to += now * sizes.to;
         from += now * sizes.from;
+        if (bytes < 64)
+            std::memcpy(to, stage, bytes);
+        else
+            stream_bytes(to, stage, bytes, {from, 64 * sizes.from / sizes.to});
+        to += bytes;
         count -= now;
     }
 }
@@ -73,7 +90,7 @@ void stream_rows(
     unsigned char const* source = from.data;
     for (; height != 0; --height, target += to.stride, source += from.stride) {
         if (to.kind == from.kind)
-            stream_bytes(target, source, width * sizes.to);
+            stream_bytes(target, source, width * sizes.to, {source + ahead_distance, 64});
         else
             stream_row(target, source, width, row, sizes);
     }

@@ -20,6 +20,7 @@ constexpr std::size_t block = 16;
 
 typedef unsigned short Words __attribute__((vector_size(32)));
 typedef unsigned int Dwords __attribute__((vector_size(32)));
+typedef float Floats __attribute__((vector_size(32)));
 
 struct Quads {
     Dwords first, second;
@@ -195,6 +196,38 @@ QX_LANES void store_dwords(unsigned char* to, Dwords q) {
 // Sums of neighbouring bytes, from twice `block` of them.
 QX_LANES Words load_level_pairs(unsigned char const* from) {
     return Words(_mm256_maddubs_epi16(load(from), _mm256_set1_epi8(1)));
+}
+
+QX_LANES Floats load_floats(float const* from) {
+    return _mm256_loadu_ps(from);
+}
+
+QX_LANES void store_floats(float* to, Floats value) {
+    _mm256_storeu_ps(to, value);
+}
+
+QX_LANES Floats load_bytes(unsigned char const* from) {
+    auto const bytes = _mm_loadl_epi64(reinterpret_cast<__m128i const*>(from));
+    return _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(bytes));
+}
+
+QX_LANES Dwords whole_levels(Floats x) {
+    auto const rounded = _mm256_add_ps(x, _mm256_set1_ps(0.5f));
+    return Dwords(_mm256_cvttps_epi32(_mm256_min_ps(rounded, _mm256_set1_ps(255.0f))));
+}
+
+QX_LANES Floats to_floats(Dwords x) {
+    return _mm256_cvtepi32_ps(__m256i(x));
+}
+
+QX_LANES void store_bytes(unsigned char* to, Dwords x) {
+    auto const words = _mm_packs_epi32(lower(__m256i(x)), upper(__m256i(x)));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
+}
+
+QX_LANES Floats load_pixels(float const* levels, unsigned int const* places) {
+    auto const first = _mm256_castps128_ps256(_mm_loadu_ps(levels + std::size_t{places[0]} * 4));
+    return _mm256_insertf128_ps(first, _mm_loadu_ps(levels + std::size_t{places[1]} * 4), 1);
 }
 
 }  // namespace

@@ -15,6 +15,10 @@
 //     load_quads<K>, store_quads<K>  pixels of the byte kinds; the fourth byte as it comes
 //     lower_halves(q)            words from quads that keep them in their lower halves
 //     to_quads(low, high)        quads from words: blue and green, red and alpha
+//     Floats                     float lanes, as many as of Dwords
+//     load_bytes(from)           one byte for each lane
+//     whole_levels(x)            rounded, at most 255
+//     load_pixels(levels, places)  four levels from each of the next places
 #pragma once
 
 #include "qx/base/compiler.h"
@@ -35,6 +39,7 @@ constexpr std::size_t block = 8;
 
 typedef unsigned short Words __attribute__((vector_size(16)));
 typedef unsigned int Dwords __attribute__((vector_size(16)));
+typedef float Floats __attribute__((vector_size(16)));
 
 struct Quads {
     Dwords first, second;
@@ -178,6 +183,39 @@ QX_LANES void store_dwords(unsigned char* to, Dwords q) {
 QX_LANES Words load_level_pairs(unsigned char const* from) {
     auto const x = Words(load(from));
     return (x & 255) + (x >> 8);
+}
+
+QX_LANES Floats load_floats(float const* from) {
+    return _mm_loadu_ps(from);
+}
+
+QX_LANES void store_floats(float* to, Floats value) {
+    _mm_storeu_ps(to, value);
+}
+
+QX_LANES Floats load_bytes(unsigned char const* from) {
+    auto const zero = _mm_setzero_si128();
+    auto const bytes = _mm_cvtsi32_si128(static_cast<int>(dword_at(from)));
+    return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(bytes, zero), zero));
+}
+
+QX_LANES Dwords whole_levels(Floats x) {
+    auto const rounded = _mm_add_ps(x, _mm_set1_ps(0.5f));
+    return Dwords(_mm_cvttps_epi32(_mm_min_ps(rounded, _mm_set1_ps(255.0f))));
+}
+
+QX_LANES Floats to_floats(Dwords x) {
+    return _mm_cvtepi32_ps(__m128i(x));
+}
+
+QX_LANES void store_bytes(unsigned char* to, Dwords x) {
+    auto const words = _mm_packs_epi32(__m128i(x), __m128i(x));
+    int const pixel = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+    std::memcpy(to, &pixel, 4);
+}
+
+QX_LANES Floats load_pixels(float const* levels, unsigned int const* places) {
+    return _mm_loadu_ps(levels + std::size_t{places[0]} * 4);
 }
 
 }  // namespace

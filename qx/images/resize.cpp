@@ -86,7 +86,10 @@ bool scale(
         return true;
     }
     try {
-        resample::weigh(to, from, filter == PIXEL_COPY_BOX);
+        bool const wide = __builtin_cpu_supports("avx2");
+        resample::weigh(
+            to, from, filter == PIXEL_COPY_BOX,
+            wide ? resample::wide_kernels : resample::plain_kernels);
         return true;
     } catch (std::bad_alloc const&) {
         return false;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <vector>
 
@@ -16,6 +17,12 @@ namespace {
 
 __m128i load(void const* from) {
     return _mm_loadu_si128(static_cast<__m128i const*>(from));
+}
+
+int dword_at(unsigned char const* from) {
+    int value;
+    std::memcpy(&value, from, 4);
+    return value;
 }
 
 unsigned int sampled(unsigned int x, float ratio) {
@@ -58,9 +65,8 @@ __m128i sum_pixels(unsigned char const* from, std::size_t count) {
                 words, _mm_add_epi16(_mm_unpacklo_epi8(p, zero), _mm_unpackhi_epi8(p, zero)));
         }
         for (; now != 0; --now, from += 4) {
-            int pixel;
-            std::memcpy(&pixel, from, 4);
-            words = _mm_add_epi16(words, _mm_unpacklo_epi8(_mm_cvtsi32_si128(pixel), zero));
+            words =
+                _mm_add_epi16(words, _mm_unpacklo_epi8(_mm_cvtsi32_si128(dword_at(from)), zero));
         }
         total = _mm_add_epi32(
             total, _mm_add_epi32(_mm_unpacklo_epi16(words, zero), _mm_unpackhi_epi16(words, zero)));
@@ -86,7 +92,38 @@ void store_average_of_many(unsigned char* to, ConstPixelAccessorDescriptor const
     for (int i = 0; i != 4; ++i) to[i] = static_cast<unsigned char>((sums[i] + n / 2) / n);
 }
 
+// Levels of up to so many pixels add up in 16 bits.
+constexpr unsigned int small_block = 257;
+
+// Divides exactly: a float's quotient of such small numbers never rounds up to a whole one.
+void average_small_block(unsigned char* to, ConstPixelAccessorDescriptor const& block) {
+    __m128i const zero = _mm_setzero_si128();
+    __m128i sums = zero;  // of two pixels
+    unsigned char const* row = block.data;
+    for (unsigned int y = 0; y != block.height; ++y, row += block.stride) {
+        unsigned int x = 0;
+        for (; x + 4 <= block.width; x += 4) {
+            __m128i const p = load(row + x * 4);
+            sums = _mm_add_epi16(
+                sums, _mm_add_epi16(_mm_unpacklo_epi8(p, zero), _mm_unpackhi_epi8(p, zero)));
+        }
+        for (; x != block.width; ++x)
+            sums = _mm_add_epi16(
+                sums, _mm_unpacklo_epi8(_mm_cvtsi32_si128(dword_at(row + x * 4)), zero));
+    }
+    unsigned int const n = block.width * block.height;
+    sums = _mm_add_epi16(sums, _mm_unpackhi_epi64(sums, sums));
+    __m128i const rounded =
+        _mm_add_epi32(_mm_unpacklo_epi16(sums, zero), _mm_set1_epi32(static_cast<int>(n / 2)));
+    __m128 const quotients =
+        _mm_div_ps(_mm_cvtepi32_ps(rounded), _mm_set1_ps(static_cast<float>(n)));
+    __m128i const words = _mm_packs_epi32(_mm_cvttps_epi32(quotients), zero);
+    int const pixel = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+    std::memcpy(to, &pixel, 4);
+}
+
 void average_block(unsigned char* to, ConstPixelAccessorDescriptor const& block) {
+    if (block.width * 1ull * block.height <= small_block) return average_small_block(to, block);
     if (block.width * 1ull * block.height > 0xFFFFFF) return store_average_of_many(to, block);
     __m128i sums = _mm_setzero_si128();
     for (unsigned int y = 0; y != block.height; ++y) {
@@ -142,7 +179,8 @@ void plan_shrinking(Plan& plan, unsigned int from, float start, float end, float
     plan.begin(std::min(first, from - 1));
     plan.add((1.0f - (start - static_cast<float>(first))) * scale);
     for (unsigned int line = first + 1; line < last; ++line) plan.add(scale);
-    if (last > first) plan.add((end - static_cast<float>(last)) * scale);
+    float const rest = end - static_cast<float>(last);
+    if (last > first && rest > 0.0f) plan.add(rest * scale);
 }
 
 void plan_blend(Plan& plan, unsigned int from, unsigned int first, float second_weight) {
@@ -163,6 +201,24 @@ void plan_enlarging(
     plan_blend(plan, from, first, last > first ? (end - static_cast<float>(last)) / ratio : 0.0f);
 }
 
+// All lines of a pass have as many weights, those that a line does not need at 0: that adds
+// nothing, and branches stay foreseeable.
+void even_out(Plan& plan, unsigned int from) {
+    unsigned int taps = 0;
+    for (Line const& line : plan.lines) taps = std::max(taps, line.count);
+    std::vector<float> weights(plan.lines.size() * taps);
+    std::size_t at = 0;
+    for (Line& line : plan.lines) {
+        unsigned int const first = std::min(line.first, from - taps);
+        std::copy_n(
+            plan.weights.begin() + static_cast<std::ptrdiff_t>(line.weights), line.count,
+            weights.begin() + static_cast<std::ptrdiff_t>(at + line.first - first));
+        line = {first, taps, at};
+        at += taps;
+    }
+    plan.weights.swap(weights);
+}
+
 Plan make_plan(unsigned int from, unsigned int to, bool by_middle) {
     Plan plan;
     plan.lines.reserve(to);
@@ -175,120 +231,70 @@ Plan make_plan(unsigned int from, unsigned int to, bool by_middle) {
         else
             plan_enlarging(plan, from, start, end, ratio, by_middle);
     }
+    even_out(plan, from);
     return plan;
 }
 
-// Four pixels' channels as floats.
-struct Sums {
-    __m128 p[4];
+// A plan as the kernels take it.
+struct GroupedPlan {
+    std::vector<unsigned int> places;
+    std::vector<float> weights;
+    unsigned int taps;
+
+    GroupedPlan(Plan const& plan, unsigned int group)
+        : places((plan.lines.size() + group - 1) / group * group),
+          weights(places.size() * plan.lines[0].count * 4), taps(plan.lines[0].count) {
+        for (std::size_t i = 0; i != plan.lines.size(); ++i) {
+            Line const& line = plan.lines[i];
+            places[i] = line.first;
+            float* to = &weights[(i / group * group * taps + i % group) * 4];
+            for (unsigned int tap = 0; tap != taps; ++tap, to += group * std::size_t{4})
+                std::fill_n(to, 4, plan.weights[line.weights + tap]);
+        }
+    }
 };
 
-inline void add_weighted(Sums& sums, __m128i pixels, __m128 weight) {
-    __m128i const zero = _mm_setzero_si128();
-    __m128i const low = _mm_unpacklo_epi8(pixels, zero), high = _mm_unpackhi_epi8(pixels, zero);
-    __m128i const parts[4] = {
-        _mm_unpacklo_epi16(low, zero), _mm_unpackhi_epi16(low, zero),
-        _mm_unpacklo_epi16(high, zero), _mm_unpackhi_epi16(high, zero)};
-    for (int i = 0; i != 4; ++i) {
-        sums.p[i] = _mm_add_ps(sums.p[i], _mm_mul_ps(_mm_cvtepi32_ps(parts[i]), weight));
-    }
+std::size_t bytes_of(ConstPixelAccessorDescriptor const& view) {
+    return std::size_t{view.height - 1} * view.stride + view.width * std::size_t{4};
 }
 
-// No sum is below 0, so that half a unit more and truncating rounds.
-inline __m128i rounded(__m128 sum) {
-    return _mm_cvttps_epi32(_mm_add_ps(sum, _mm_set1_ps(0.5f)));
+bool overlap(PixelAccessorDescriptor const& a, ConstPixelAccessorDescriptor const& b) {
+    std::less<> const before;
+    return before(a.data, b.data + bytes_of(b)) && before(b.data, a.data + bytes_of(a));
 }
 
-inline __m128i rounded(Sums const& sums) {
-    return _mm_packus_epi16(
-        _mm_packs_epi32(rounded(sums.p[0]), rounded(sums.p[1])),
-        _mm_packs_epi32(rounded(sums.p[2]), rounded(sums.p[3])));
-}
-
-int dword_at(unsigned char const* from) {
-    int value;
-    std::memcpy(&value, from, 4);
-    return value;
-}
-
-// One pixel from `count` others, `step` bytes apart.
-void weigh_pixel(
-    unsigned char* to, unsigned char const* from, std::size_t step, float const* weights,
-    unsigned int count) {
-    __m128i const zero = _mm_setzero_si128();
-    __m128 sum = _mm_setzero_ps();
-    for (unsigned int i = 0; i != count; ++i, from += step) {
-        __m128i const words = _mm_unpacklo_epi8(_mm_cvtsi32_si128(dword_at(from)), zero);
-        __m128 const channels = _mm_cvtepi32_ps(_mm_unpacklo_epi16(words, zero));
-        sum = _mm_add_ps(sum, _mm_mul_ps(channels, _mm_set1_ps(weights[i])));
-    }
-    __m128i const words = _mm_packs_epi32(rounded(sum), zero);
-    int const pixel = _mm_cvtsi128_si32(_mm_packus_epi16(words, zero));
-    std::memcpy(to, &pixel, 4);
-}
-
-void weigh_row(
-    unsigned char* to, ConstPixelAccessorDescriptor const& from, Line const& line,
-    float const* weights) {
-    unsigned char const* const source = from.data + std::size_t{line.first} * from.stride;
-    std::size_t const bytes = from.width * std::size_t{4};
-    std::size_t at = 0;
-    for (; at + 16 <= bytes; at += 16) {
-        Sums sums = {};
-        for (unsigned int i = 0; i != line.count; ++i) {
-            add_weighted(
-                sums, load(source + at + i * std::size_t{from.stride}), _mm_set1_ps(weights[i]));
-        }
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + at), rounded(sums));
-    }
-    for (; at != bytes; at += 4) {
-        weigh_pixel(to + at, source + at, from.stride, weights, line.count);
-    }
-}
-
-void weigh_height(
-    PixelAccessorDescriptor const& to, ConstPixelAccessorDescriptor const& from, bool by_middle) {
-    if (to.height == from.height) {
-        to.copy(from);
-        return;
-    }
-    Plan const plan = make_plan(from.height, to.height, by_middle);
-    for (unsigned int y = 0; y != to.height; ++y) {
-        Line const& line = plan.lines[y];
-        weigh_row(
-            to.data + std::size_t{y} * to.stride, from, line, plan.weights.data() + line.weights);
-    }
-}
-
-void weigh_width(
-    PixelAccessorDescriptor const& to, ConstPixelAccessorDescriptor const& from, bool by_middle) {
-    if (to.width == from.width) {
-        to.copy(from);
-        return;
-    }
-    Plan const plan = make_plan(from.width, to.width, by_middle);
-    for (unsigned int y = 0; y != to.height; ++y) {
-        unsigned char const* const source = from.data + std::size_t{y} * from.stride;
-        unsigned char* out = to.data + std::size_t{y} * to.stride;
-        for (Line const& line : plan.lines) {
-            weigh_pixel(
-                out, source + line.first * std::size_t{4}, 4, plan.weights.data() + line.weights,
-                line.count);
-            out += 4;
-        }
-    }
+// The picture between the passes, as the counters show it.
+void count_between(unsigned long long pixels) {
+    if (pixels > 0xFFFFFFFF) throw std::bad_alloc();
+    TrackedAllocator<ImageDefaultAllocator>::count(pixels * 4);
+    ImageDefaultAllocator::mem -= pixels * 4;
 }
 
 }  // namespace
 
+// A row goes through both passes while it is near, unless its place may still be read from.
 void weigh(
-    PixelAccessorDescriptor const& to, ConstPixelAccessorDescriptor const& from, bool by_middle) {
-    if (from.width * 1ull * to.height > 0xFFFFFFFF) throw std::bad_alloc();
-    ImageType<Pixel8888, TrackedAllocator<ImageDefaultAllocator>> between;
-    between.resize(from.width, to.height);
-    auto const view = between.pixel_accessor();
-    weigh_height(view, from, by_middle);
-    weigh_width(to, view, by_middle);
+    PixelAccessorDescriptor const& to, ConstPixelAccessorDescriptor const& from, bool by_middle,
+    Kernels const& kernels) {
+    count_between(from.width * 1ull * to.height);
+    Plan const rows = make_plan(from.height, to.height, by_middle);
+    GroupedPlan const columns(make_plan(from.width, to.width, by_middle), kernels.group);
+    std::size_t const count = from.width * std::size_t{4};
+    unsigned int const step = overlap(to, from) ? to.height : 1;
+    std::vector<float> between(count * step);
+    for (unsigned int top = 0; top != to.height; top += step) {
+        for (unsigned int y = 0; y != step; ++y) {
+            Line const& line = rows.lines[top + y];
+            kernels.weigh_rows(
+                &between[y * count], from.data + std::size_t{line.first} * from.stride, from.stride,
+                count, {&rows.weights[line.weights], line.count});
+        }
+        for (unsigned int y = 0; y != step; ++y) {
+            kernels.weigh_pixels(
+                to.data + std::size_t{top + y} * to.stride, &between[y * count],
+                columns.places.data(), to.width, {columns.weights.data(), columns.taps});
+        }
+    }
 }
 
 }  // namespace QX::resample

@@ -1,7 +1,8 @@
 // tga_read.cpp - pixels from a stream into a view.
 //
 // Bytes are read ahead and the stream is put right afterwards; pictures that the contract stages
-// in a temporary image are decoded a row at a time. Neither can be seen but as speed.
+// in a temporary image are decoded a row at a time, straight into the view's format. Neither can be
+// seen but as speed.
 #include "qx/images/tga.h"
 
 #include "qx/images/tga_impl.h"
@@ -12,7 +13,6 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <type_traits>
 
 namespace QX {
 
@@ -161,12 +161,18 @@ public:
         }
     }
 
+    // The same for a whole row.
+    void put_row(unsigned char const* pixels) {
+        if (sees_row())
+            put(pixels, width_);
+        else
+            advance(width_);
+    }
+
+private:
     // Whether any pixel of the next row lies in the view.
     bool sees_row() const { return row() < rows_; }
 
-    void skip_row() { advance(width_); }
-
-private:
     // The next pixel's row in the picture.
     std::size_t row() const { return upward_ ? height_ - 1 - y_ : y_; }
 
@@ -243,9 +249,10 @@ Block make_row(std::size_t bytes) {
     return Block(new unsigned char[bytes + slack]);
 }
 
-// The item in the low bytes.
+// The item in the low bytes. No wider load follows narrow stores: that would wait for them.
 template <std::size_t SIZE>
 std::uint64_t item_bits(unsigned char const* item) {
+    if constexpr (SIZE == 3) return item_bits<2>(item) | std::uint64_t{item[2]} << 16;
     std::uint64_t bits = 0;
     std::memcpy(&bits, item, SIZE);
     return bits;
@@ -253,9 +260,8 @@ std::uint64_t item_bits(unsigned char const* item) {
 
 // `count` copies of one item; up to `slack` bytes more are written.
 template <std::size_t SIZE>
-void repeat(unsigned char* to, unsigned char const* item, std::size_t count) {
+void repeat(unsigned char* to, std::uint64_t bits, std::size_t count) {
     unsigned char* const end = to + count * SIZE;
-    std::uint64_t const bits = item_bits<SIZE>(item);
     if constexpr (SIZE == 3) {  // six words hold sixteen items
         std::uint64_t const words[6] = {
             bits | bits << 24 | bits << 48,
@@ -276,32 +282,40 @@ void repeat(unsigned char* to, unsigned char const* item, std::size_t count) {
 }
 
 // Copies in whole vectors; up to `rough` bytes more are read and written.
-constexpr std::size_t rough = 32;
+constexpr std::size_t rough = 64;
 
 void copy_roughly(unsigned char* to, unsigned char const* from, std::size_t size) {
     unsigned char* const end = to + size;
-    for (; to < end; to += rough, from += rough) std::memcpy(to, from, rough);
+    for (; to < end; to += 32, from += 32) std::memcpy(to, from, 32);
 }
 
-// Items of a stream, in packets or plain. Behind the end of the stream the last item repeats.
-template <std::size_t SIZE>
+// Pixels of a stream, in packets or plain, converted from SIZE to OUT bytes as they come. Behind
+// the end of the stream the last one repeats.
+template <std::size_t SIZE, std::size_t OUT>
 class Decoder {
 public:
-    Decoder(Source& source, bool coded) : source_(source), coded_(coded) {
+    // Without `row` nothing is converted.
+    Decoder(Source& source, bool coded, pixel_rows::Row row)
+        : source_(source), row_(row), coded_(coded) {
         if (!coded) left_ = ~std::size_t{0};
+        if (SIZE == 3 && OUT == 4) {
+            unsigned char converted[4];
+            row(converted, stored_, 1);  // of black, nothing else
+            fourth_byte_ = item_bits<4>(converted);
+        }
     }
 
-    // The next `count` items. `to` has `slack` bytes behind them.
+    // The next `count` pixels. `to` has `slack` bytes behind them.
     void fill(unsigned char* to, std::size_t count) {
         while (count != 0) {
-            if (source_.was_short) return repeat<SIZE>(to, last_, count);
+            if (source_.was_short) return repeat<OUT>(to, last_, count);
             if (left_ == 0) start_packet();
             std::size_t const now = std::min(left_, count);
             if (is_run_)
-                repeat<SIZE>(to, last_, now);
+                repeat<OUT>(to, last_, now);
             else
                 copy(to, now);
-            to += now * SIZE;
+            to += now * OUT;
             left_ -= now;
             count -= now;
         }
@@ -326,34 +340,53 @@ private:
 
     void read_last() {
         if (source_.need(SIZE, SIZE)) {
-            std::memcpy(last_, source_.next, SIZE);
+            last_ = convert_one(source_.next);
+            std::memcpy(stored_, source_.next, SIZE);
             source_.next += SIZE;
             return;
         }
-        std::memcpy(last_, source_.next, source_.ready());
+        std::memcpy(stored_, source_.next, source_.ready());  // the part that is there
         source_.next = source_.limit;
+        last_ = convert_one(stored_);
     }
 
     void copy(unsigned char* to, std::size_t count) {
         std::size_t const whole = source_.need(count * SIZE, SIZE) ? count : source_.ready() / SIZE;
-        std::size_t const bytes = whole * SIZE;
-        if (source_.ready() >= bytes + rough)
-            copy_roughly(to, source_.next, bytes);
-        else
-            std::memcpy(to, source_.next, bytes);
-        source_.next += bytes;
-        if (whole != 0) std::memcpy(last_, to + bytes - SIZE, SIZE);
+        convert(to, source_.next, whole, source_.ready() >= whole * SIZE + rough);
+        source_.next += whole * SIZE;
+        if (whole != 0) std::memcpy(stored_, source_.next - SIZE, SIZE);
         if (whole == count) return;
         read_last();
-        repeat<SIZE>(to + bytes, last_, count - whole);
+        repeat<OUT>(to + whole * OUT, last_, count - whole);
+    }
+
+    std::uint64_t convert_one(unsigned char const* pixel) const {
+        if (SIZE == OUT && !row_) return item_bits<SIZE>(pixel);
+        if (SIZE == 3 && OUT == 4) return item_bits<SIZE>(pixel) | fourth_byte_;
+        unsigned char converted[4];
+        row_(converted, pixel, 1);
+        return item_bits<OUT>(converted);
+    }
+
+    // With room behind both sides whole blocks are converted, which goes faster.
+    void
+    convert(unsigned char* to, unsigned char const* from, std::size_t count, bool has_room) const {
+        if constexpr (SIZE == OUT) {
+            if (!row_ && has_room) return copy_roughly(to, from, count * SIZE);
+            if (!row_) return static_cast<void>(std::memcpy(to, from, count * SIZE));
+        }
+        row_(to, from, has_room ? (count + 15) & ~std::size_t{15} : count);
     }
 
     Source& source_;
-    std::size_t left_ = 0;  // items of the packet that are still to come
+    pixel_rows::Row row_;
+    std::size_t left_ = 0;  // pixels of the packet that are still to come
     bool coded_;
     bool is_run_ = false;
     unsigned char packet_ = 0;
-    unsigned char last_[SIZE] = {};
+    unsigned char stored_[SIZE] = {};  // the last pixel as it came
+    std::uint64_t last_ = 0;           // and converted
+    std::uint64_t fourth_byte_ = 0;    // that pixels of three bytes get
 };
 
 // A colour map. An index that it does not cover gives zeros.
@@ -390,29 +423,74 @@ private:
 
 struct Picture {
     std::size_t width, height;
-    std::size_t pixel_size;
     bool coded;
 };
 
-template <std::size_t SIZE>
-void decode(Source& source, Landing& landing, Picture const& picture, Palette const* palette) {
-    using Index = std::conditional_t<SIZE == 1, unsigned char, unsigned short>;
-    Decoder<SIZE> decoder(source, picture.coded);
-    Block const items = make_row(picture.width * SIZE);
-    Block const mapped = palette ? make_row(picture.width * picture.pixel_size) : Block();
-    bool settled = false;  // every further row would come out the same
-    for (std::size_t row = 0; row != picture.height; ++row) {
+// Lands every row that `fill` makes. Once the stream has ended, all further ones are alike.
+template <typename Fill>
+void land_rows(Source& source, Landing& landing, std::size_t height, Fill fill) {
+    bool settled = false;
+    unsigned char const* row = nullptr;
+    for (; height != 0; --height) {
         if (!settled) {
             settled = source.was_short;
-            decoder.fill(items.get(), picture.width);
-            if (palette) palette->look_up<Index>(mapped.get(), items.get(), picture.width);
+            row = fill();
         }
-        if (landing.sees_row())
-            landing.put(palette ? mapped.get() : items.get(), picture.width);
-        else
-            landing.skip_row();
+        landing.put_row(row);
     }
+}
+
+template <std::size_t SIZE, std::size_t OUT>
+void decode(Source& source, Landing& landing, Picture const& picture, pixel_rows::Row row) {
+    Decoder<SIZE, OUT> decoder(source, picture.coded, row);
+    Block const pixels = make_row(picture.width * OUT);
+    land_rows(source, landing, picture.height, [&] {
+        decoder.fill(pixels.get(), picture.width);
+        return pixels.get();
+    });
     decoder.finish();
+}
+
+template <typename INDEX>
+void decode_mapped(
+    Source& source, Landing& landing, Picture const& picture, Palette const& palette) {
+    Decoder<sizeof(INDEX), sizeof(INDEX)> decoder(source, picture.coded, nullptr);
+    Block const indices = make_row(picture.width * sizeof(INDEX));
+    Block const pixels = make_row(picture.width * 4);
+    land_rows(source, landing, picture.height, [&] {
+        decoder.fill(indices.get(), picture.width);
+        palette.look_up<INDEX>(pixels.get(), indices.get(), picture.width);
+        return pixels.get();
+    });
+    decoder.finish();
+}
+
+template <std::size_t SIZE>
+void decode_to(
+    Source& source, Landing& landing, Picture const& picture, pixel_rows::Row row,
+    unsigned int size) {
+    switch (size) {
+    case 1: return decode<SIZE, 1>(source, landing, picture, row);
+    case 2: return decode<SIZE, 2>(source, landing, picture, row);
+    case 3: return decode<SIZE, 3>(source, landing, picture, row);
+    default: return decode<SIZE, 4>(source, landing, picture, row);
+    }
+}
+
+// Into the view's kind at once, or as it is for a view of none.
+void read_coded(
+    PixelAccessorDescriptor const& view, Source& source, TGAHeader const& header,
+    Picture const& picture, Kind kind) {
+    Kind to = pixel_rows::target_kind(view.format);
+    if (to == pixel_rows::no_kind) to = kind;
+    pixel_rows::Row const row = to == kind ? nullptr : pixel_rows::find(kind, to);
+    Landing landing(view, to, header.descriptor, picture.width, picture.height);
+    switch (kind_size(kind)) {
+    case 1: return decode_to<1>(source, landing, picture, row, kind_size(to));
+    case 2: return decode_to<2>(source, landing, picture, row, kind_size(to));
+    case 3: return decode_to<3>(source, landing, picture, row, kind_size(to));
+    default: return decode_to<4>(source, landing, picture, row, kind_size(to));
+    }
 }
 
 bool is_mapped(TGAHeader const& header) {
@@ -421,26 +499,19 @@ bool is_mapped(TGAHeader const& header) {
 
 void read_staged(
     PixelAccessorDescriptor const& to, Source& source, TGAHeader const& header, Kind kind) {
-    std::size_t const size = kind_size(kind);
-    Picture const picture = {header.width, header.height, size, header.image_type > 8};
-    Landing landing(to, kind, header.descriptor, picture.width, picture.height);
+    Picture const picture = {header.width, header.height, header.image_type > 8};
     bool const empty = picture.width == 0 || picture.height == 0;
-    if (is_mapped(header)) {
-        Palette const palette(source, header, size);
-        if (empty) return;
-        if (header.bits_per_pixel == 8)
-            decode<1>(source, landing, picture, &palette);
-        else
-            decode<2>(source, landing, picture, &palette);
+    if (!is_mapped(header)) {
+        if (!empty) read_coded(to, source, header, picture, kind);
         return;
     }
+    Palette const palette(source, header, kind_size(kind));
     if (empty) return;
-    switch (size) {
-    case 1: return decode<1>(source, landing, picture, nullptr);
-    case 2: return decode<2>(source, landing, picture, nullptr);
-    case 3: return decode<3>(source, landing, picture, nullptr);
-    default: return decode<4>(source, landing, picture, nullptr);
-    }
+    Landing landing(to, kind, header.descriptor, picture.width, picture.height);
+    if (header.bits_per_pixel == 8)
+        decode_mapped<unsigned char>(source, landing, picture, palette);
+    else
+        decode_mapped<unsigned short>(source, landing, picture, palette);
 }
 
 // `chunk` is how many bytes may be asked for at once.
