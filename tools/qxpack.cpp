@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <cwctype>
 #include <filesystem>
 #include <map>
@@ -335,20 +336,34 @@ void list(Options const& options) {
         std::printf("%10u %10u  %s\n", entry.offset, entry.size, entry.name.c_str());
 }
 
-// A name that stays under the folder it is extracted to, and that the system takes as it stands.
-bool is_safe(std::string const& name) {
+// The system opens a device for such a part of a path, whatever follows its first dot.
+bool is_device(std::string const& part) {
+    std::wstring stem = to_wide(part.substr(0, part.find('.')));
+    while (!stem.empty() && stem.back() == L' ') stem.pop_back();
+    for (wchar_t& c : stem) c = static_cast<wchar_t>(std::towupper(c));
+    for (wchar_t const* const name : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"}) {
+        if (stem == name) return true;
+    }
+    bool const is_port = stem.rfind(L"COM", 0) == 0 || stem.rfind(L"LPT", 0) == 0;
+    return is_port && stem.size() == 4 && std::wcschr(L"0123456789\u00B9\u00B2\u00B3", stem[3]);
+}
+
+// What keeps a name from standing under the folder it is extracted to as it is; null for nothing.
+char const* fault_of(std::string const& name) {
+    constexpr char const* no_name = "is no name for a file under a folder";
     std::string part;
     for (char const c : name + '\\') {
         if (c == '\\' || c == '/') {
-            if (part.empty() || part.back() == '.' || part.back() == ' ') return false;
+            if (part.empty() || part.back() == '.' || part.back() == ' ') return no_name;
+            if (is_device(part)) return "is a name that Windows keeps for a device";
             part.clear();
         } else if (static_cast<unsigned char>(c) < 32 || std::strchr(":*?\"<>|", c)) {
-            return false;
+            return no_name;
         } else {
             part += c;
         }
     }
-    return true;
+    return nullptr;
 }
 
 void write_entry(fs::path const& path, char const* data, unsigned int size, Progress& progress) {
@@ -372,10 +387,8 @@ void extract(Options const& options) {
     std::vector<Entry> const entries = entries_of(pack);
     std::vector<std::string> names;
     for (Entry const& entry : entries) {
-        if (!is_safe(entry.name))
-            fail(
-                to_narrow(options.operands[0]) + ": entry \"" + entry.name +
-                "\" is no name for a file under a folder");
+        if (char const* const fault = fault_of(entry.name))
+            fail(to_narrow(options.operands[0]) + ": entry \"" + entry.name + "\" " + fault);
         names.push_back(entry.name);
     }
     refuse_duplicates(names, ", one file would replace the other");

@@ -24,7 +24,10 @@ struct ImageDefaultAllocator {
     QX_API static unsigned long long mem;  // bytes that tracked images hold now
     QX_API static unsigned long long hwm;  // the most that they ever held
 
+    // Room for `bytes` of pixels in a block of the default heap, 12 bytes longer, whose address lies
+    // in the 8 bytes before the pixels. Throws std::bad_alloc.
     QX_API static void* allocate(unsigned long long bytes);
+    // Frees the block; `bytes` is not looked at.
     QX_API static void release(void* pixels, unsigned long long bytes);
 };
 
@@ -91,6 +94,7 @@ public:
     ImageType& operator=(ImageType const&) = delete;
     QX_API ~ImageType() override;
 
+    // As told at Image; the format is the one of PIXEL.
     QX_API PixelFormat format() const override;
     QX_API unsigned int width() const override;
     QX_API unsigned int height() const override;

@@ -48,39 +48,47 @@ enum PixelCopyFilter : int {
     PIXEL_COPY_BOX = 2,     // exact average of blocks where the sizes divide, else weighted area
 };
 
-// Pixels as records of bytes or of one word, laid out as their formats say.
+// Pixels as records of bytes or of one word, laid out as their formats say: R8G8B8.
 struct Pixel888 {
     unsigned char blue, green, red;
 };
 
+// A8R8G8B8.
 struct Pixel8888 {
     unsigned char blue, green, red, alpha;
 };
 
+// The order of mouse pointers made from pictures; no PixelFormat.
 struct Pixel8888_RGBA {
     unsigned char red, green, blue, alpha;
 };
 
+// X8R8G8B8; `alpha` is the byte without meaning.
 struct PixelX888 {
     unsigned char blue, green, red, alpha;
 };
 
+// X1R5G5B5.
 struct PixelX1R5G5B5 {
     unsigned short value;
 };
 
+// R5G6B5.
 struct PixelR5G6B5 {
     unsigned short value;
 };
 
+// A1R5G5B5.
 struct PixelA1R5G5B5 {
     unsigned short value;
 };
 
+// A4R4G4B4.
 struct PixelA4R4G4B4 {
     unsigned short value;
 };
 
+// GREY8.
 struct PixelGrey8 {
     unsigned char value;
 };

@@ -15,7 +15,8 @@
 //
 // `resize_copy(source, filter)` scales the source to fill the view. It works on A8R8G8B8; other
 // formats are converted on the way in and out. False, with the view unchanged, for an unknown
-// filter, an unsupported format, a source without pixels or a lack of memory.
+// filter, an unsupported format, a source without pixels or a lack of memory. A target without
+// pixels is filled by doing nothing, which is true.
 //
 //     PIXEL_COPY_SAMPLE  the pixel at truncate(x * r + r * 0.5 + 0.5), r = source / destination.
 //                        Nothing clamps that: at equal sizes the picture shifts by one pixel, and

@@ -93,6 +93,28 @@ TEST_F(Qxpack, names_the_file_that_it_cannot_use) {
     EXPECT_FALSE(fs::exists(out_));
 }
 
+TEST_F(Qxpack, extracts_no_name_that_the_system_would_take_for_another) {
+    constexpr char const *device = "keeps for a device", *no_name = "no name for a file";
+    constexpr char const* rows[][2] = {// a name, and what is said of it
+                                       {"nul", device},
+                                       {"a\\Con.tar.gz", device},
+                                       {"com1 .txt\\b", device},
+                                       {"LPT\xC2\xB9", device},
+                                       {"a.\\b", no_name},
+                                       {"b...", no_name},
+                                       {"com10", ""},
+                                       {"a.nul", ""}};
+    for (auto const& [name, said] : rows) {
+        test::PackRecipe recipe;
+        recipe.entries = {{name, "x"}};
+        std::string const pack = folder_.write("p.pack", test::build_pack(recipe));
+        auto const result = qxpack("extract " + pack + " " + out_);
+        EXPECT_EQ(result.code, *said ? 1u : 0u) << name;
+        EXPECT_TRUE(has(result.errors, said)) << result.errors;
+        EXPECT_EQ(fs::exists(out_ + '\\' + name), !*said) << name;
+    }
+}
+
 TEST_F(Qxpack, refuses_4_gib_before_it_writes_anything) {
     for (char const* name : {"in\\a", "in\\b"}) {
         QX::FileOut file(folder_.file(name).c_str());
