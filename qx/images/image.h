@@ -24,8 +24,8 @@ struct ImageDefaultAllocator {
     QX_API static unsigned long long mem;  // bytes that tracked images hold now
     QX_API static unsigned long long hwm;  // the most that they ever held
 
-    // Room for `bytes` of pixels in a block of the default heap, 12 bytes longer, whose address lies
-    // in the 8 bytes before the pixels. Throws std::bad_alloc.
+    // Room for `bytes` of pixels in a block of the default heap, 12 bytes longer, whose address
+    // lies in the 8 bytes before the pixels. Throws std::bad_alloc.
     QX_API static void* allocate(unsigned long long bytes);
     // Frees the block; `bytes` is not looked at.
     QX_API static void release(void* pixels, unsigned long long bytes);

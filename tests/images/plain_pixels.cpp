@@ -2,73 +2,21 @@
 #include "plain_pixels.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace test {
 
 namespace {
 
-struct Layout {
-    QX::PixelFormat format;
-    unsigned int bytes;
-    unsigned int blue, green, red, alpha;  // bits of each, blue lowest
-    unsigned int unused;                   // bits above them
-};
-
-constexpr Layout layouts[] = {
-    {QX::PIXEL_FORMAT_X1R5G5B5, 2, 5, 5, 5, 0, 1},
-    {QX::PIXEL_FORMAT_R5G6B5, 2, 5, 6, 5, 0, 0},
-    {QX::PIXEL_FORMAT_A1R5G5B5, 2, 5, 5, 5, 1, 0},
-    {QX::PIXEL_FORMAT_A4R4G4B4, 2, 4, 4, 4, 4, 0},
-    {QX::PIXEL_FORMAT_R8G8B8, 3, 8, 8, 8, 0, 0},
-    {QX::PIXEL_FORMAT_A8R8G8B8, 4, 8, 8, 8, 8, 0},
-    {QX::PIXEL_FORMAT_A8R8G8B8_ALT, 4, 8, 8, 8, 8, 0},
-    {QX::PIXEL_FORMAT_GREY_EXPAND, 4, 8, 8, 8, 8, 0},
-    {QX::PIXEL_FORMAT_X8R8G8B8, 4, 8, 8, 8, 0, 8},
-};
-
-Layout const* find(QX::PixelFormat format) {
-    for (Layout const& layout : layouts) {
-        if (layout.format == format) return &layout;
-    }
-    return nullptr;
-}
-
-struct Rule {
-    unsigned int from, to;
-    unsigned int (*apply)(unsigned int);
-};
-
 using U = unsigned int;
-constexpr Rule rules[] = {
-    {8, 6, [](U x) { return x >> 2; }},
-    {8, 5, [](U x) { return x >> 3; }},
-    {8, 4, [](U x) { return x >> 4; }},
-    {8, 1, [](U x) { return x >> 7; }},
-    {6, 5, [](U x) { return x >> 1; }},
-    {6, 4, [](U x) { return x >> 2; }},
-    {5, 4, [](U x) { return x >> 1; }},
-    {4, 1, [](U x) { return x >> 3; }},
-    {5, 8, [](U x) { return x << 3 | x >> 2; }},
-    {6, 8, [](U x) { return x << 2 | x >> 4; }},
-    {5, 6, [](U x) { return x << 1 | x >> 4; }},
-    {4, 8, [](U x) { return x << 4; }},
-    {4, 6, [](U x) { return x << 2; }},
-    {4, 5, [](U x) { return x << 1; }},
-    {1, 8, [](U x) { return x * 255; }},
-    {1, 4, [](U x) { return x * 15; }},
-    {0, 1, [](U) { return 1u; }},
-    {0, 4, [](U) { return 15u; }},
-    {0, 8, [](U) { return 255u; }},
-};
 
-U fit(Channel channel, U bits) {
-    if (bits == 0) return 0;
-    if (channel.bits == bits) return channel.value;
-    for (Rule const& rule : rules) {
-        if (rule.from == channel.bits && rule.to == bits) return rule.apply(channel.value);
-    }
-    __builtin_trap();
+// A channel's value at another width. Four bits and fewer never replicate into more colour.
+U fit(U value, U from, U to) {
+    U const full = (1u << to) - 1;
+    if (from == 0) return full;
+    if (from >= to) return value >> (from - to);
+    if (from == 1) return value * full;
+    if (from == 4) return value << (to - 4);
+    return value << (to - from) | value >> (2 * from - to);
 }
 
 bool same_layout(QX::PixelFormat a, QX::PixelFormat b) {
@@ -78,48 +26,54 @@ bool same_layout(QX::PixelFormat a, QX::PixelFormat b) {
 
 }  // namespace
 
-unsigned int read_size(QX::PixelFormat format) {
-    return format == QX::PIXEL_FORMAT_GREY_EXPAND ? 1 : QX::pixel_size(format);
+Bytes random_bytes(Random& random, std::size_t size) {
+    Bytes bytes(size);
+    for (auto& byte : bytes) byte = static_cast<unsigned char>(random.next());
+    return bytes;
 }
 
-PlainPixel plain_read(QX::PixelFormat format, unsigned char const* from) {
-    if (read_size(format) == 1) {
-        Channel const level = {from[0], 8};
-        return {level, level, level, level, true};
-    }
-    Layout const& l = *find(format);
-    U bits = 0;
-    std::memcpy(&bits, from, l.bytes);
-    auto const take = [&](U width) {
-        Channel const channel = {bits & ((1u << width) - 1), width};
-        bits = width < 32 ? bits >> width : 0;
-        return channel;
-    };
-    PlainPixel pixel;
-    pixel.blue = take(l.blue), pixel.green = take(l.green), pixel.red = take(l.red);
-    pixel.alpha = take(l.alpha), pixel.grey = false;
-    return pixel;
+bool holds(void const* memory, Bytes const& bytes) {
+    return std::equal(bytes.begin(), bytes.end(), static_cast<unsigned char const*>(memory));
+}
+
+Layout layout_of(QX::PixelFormat format) {
+    constexpr Layout layouts[] = {{{5, 5, 5, 0}}, {{5, 6, 5, 0}}, {{5, 5, 5, 1}},
+                                  {{4, 4, 4, 4}}, {{8, 8, 8, 0}}, {{8, 8, 8, 8}}};
+    if (format <= QX::PIXEL_FORMAT_R8G8B8) return layouts[format];
+    return layouts[format == QX::PIXEL_FORMAT_X8R8G8B8 ? 4 : 5];
+}
+
+unsigned int read_size(QX::PixelFormat format) {
+    return format == QX::PIXEL_FORMAT_GREY_EXPAND ? 1 : QX::pixel_size(format);
 }
 
 void plain_convert(
     QX::PixelFormat from_format, unsigned char const* from, QX::PixelFormat to_format,
     unsigned char* to) {
+    U const size = QX::pixel_size(to_format);
     if (same_layout(from_format, to_format)) {
-        std::memcpy(to, from, QX::pixel_size(to_format));
+        std::memcpy(to, from, size);
         return;
     }
-    PlainPixel const p = plain_read(from_format, from);
-    if (to_format == QX::PIXEL_FORMAT_GREY8) {
-        U const sum = 28 * fit(p.blue, 8) + 150 * fit(p.green, 8) + 76 * fit(p.red, 8);
-        to[0] = static_cast<unsigned char>(p.grey ? p.red.value : (sum + 127) / 254);
-        return;
+    bool const grey = read_size(from_format) == 1;
+    Layout const source = grey ? Layout{{8, 8, 8, 8}} : layout_of(from_format);
+    U word = grey ? from[0] * 0x01010101u : 0, values[4];
+    if (!grey) std::memcpy(&word, from, read_size(from_format));
+    for (U i = 0; i < 4; ++i) {
+        values[i] = word & ((1u << source.bits[i]) - 1);
+        word >>= source.bits[i];
     }
-    Layout const& l = *find(to_format);
-    U const bits = fit(p.blue, l.blue) | fit(p.green, l.green) << l.blue |
-                   fit(p.red, l.red) << (l.blue + l.green);
-    U const alpha = l.alpha ? fit(p.alpha, l.alpha) << (l.blue + l.green + l.red) : 0;
-    U const all = bits | alpha;
-    std::memcpy(to, &all, l.bytes);
+    U out = 0, at = 0;
+    if (size == 1) {
+        constexpr U weights[] = {28, 150, 76};
+        for (U i = 0; i < 3; ++i) out += weights[i] * fit(values[i], source.bits[i], 8);
+        out = (out + 127) / 254;
+    } else {
+        Layout const target = layout_of(to_format);
+        for (U i = 0; i < 4; at += target.bits[i++])
+            if (target.bits[i]) out |= fit(values[i], source.bits[i], target.bits[i]) << at;
+    }
+    std::memcpy(to, &out, size);
 }
 
 void plain_copy(

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "qx/images/pixel.h"
+#include "tests/harness/random.h"
 
-#include <cstdint>
+#include <cstring>
+#include <string>
 #include <vector>
 
 namespace test {
@@ -14,20 +16,22 @@ constexpr QX::PixelFormat formats[] = {QX::PIXEL_FORMAT_X1R5G5B5,     QX::PIXEL_
                                        QX::PIXEL_FORMAT_A8R8G8B8_ALT, QX::PIXEL_FORMAT_GREY_EXPAND,
                                        QX::PIXEL_FORMAT_X8R8G8B8,     QX::PIXEL_FORMAT_GREY8};
 
-// A channel's value and its width; 0 bits for a channel that is not there.
-struct Channel {
-    unsigned int value, bits;
+using Bytes = std::vector<unsigned char>;
+
+Bytes random_bytes(Random& random, std::size_t size);
+
+// Whether memory holds those bytes.
+bool holds(void const* memory, Bytes const& bytes);
+
+// Bits of blue, green, red and alpha, blue lowest; 0 for a channel that is not there.
+struct Layout {
+    unsigned int bits[4];
 };
 
-struct PlainPixel {
-    Channel blue, green, red, alpha;
-    bool grey;
-};
+Layout layout_of(QX::PixelFormat format);
 
 // Bytes of a pixel that `copy` reads; writing takes QX::pixel_size.
 unsigned int read_size(QX::PixelFormat format);
-
-PlainPixel plain_read(QX::PixelFormat format, unsigned char const* from);
 
 // One pixel converted by the rules. Bits without meaning come out 0.
 void plain_convert(

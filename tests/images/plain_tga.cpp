@@ -9,32 +9,11 @@ namespace test {
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-unsigned char* at(QX::PixelAccessorDescriptor const& view, unsigned int x, unsigned int y) {
-    return view.data + std::size_t{y} * view.stride + x * QX::pixel_size(view.format);
-}
-
-bool read_direct(
-    QX::PixelAccessorDescriptor const& to, PlainStream& file, QX::TGAHeader const& header) {
-    auto const format = header.format();
-    if (format == QX::PIXEL_FORMAT_NONE || QX::pixel_size(to.format) == 0) return false;
-    unsigned char local[4] = {};
-    for (unsigned int i = 0; i < to.height; ++i) {
-        for (unsigned int j = 0; j < to.width; ++j) {
-            file.read(local, QX::pixel_size(format));
-            unsigned int const x = header.descriptor & 16 ? to.width - 1 - j : j;
-            unsigned int const y = header.descriptor & 32 ? i : to.height - 1 - i;
-            plain_convert(format, local, to.format, at(to, x, y));
-        }
-    }
-    return true;
-}
-
 // One pixel, through the map where there is one.
 struct ItemReader {
     PlainStream& file;
     std::size_t item_size, pixel_size;
+    bool mapped;
     Bytes map;
     unsigned int first, length;
     unsigned char local[4] = {};
@@ -43,14 +22,10 @@ struct ItemReader {
 
     void append(Bytes& out) const {
         unsigned char pixel[4] = {};
-        if (length == ~0u) {
-            std::memcpy(pixel, local, pixel_size);
-        } else {
-            unsigned int index = 0;
-            std::memcpy(&index, local, item_size);
-            if (index >= first && index - first < length)
-                std::memcpy(pixel, &map[(index - first) * pixel_size], pixel_size);
-        }
+        unsigned int index = 0;
+        std::memcpy(mapped ? reinterpret_cast<unsigned char*>(&index) : pixel, local, item_size);
+        if (mapped && index >= first && index - first < length)
+            std::memcpy(pixel, &map[(index - first) * pixel_size], pixel_size);
         out.insert(out.end(), pixel, pixel + pixel_size);
     }
 };
@@ -66,51 +41,38 @@ Bytes decode(ItemReader& items, std::size_t count, bool coded) {
             items.append(out);
         }
     }
-    out.resize(count * items.pixel_size);
     return out;
-}
-
-void flip(Bytes& image, unsigned int width, unsigned int height, std::size_t size, bool rows) {
-    Bytes const before = image;
-    for (unsigned int y = 0; y < height; ++y) {
-        for (unsigned int x = 0; x < width; ++x) {
-            unsigned int const from_x = rows ? x : width - 1 - x,
-                               from_y = rows ? height - 1 - y : y;
-            std::memcpy(
-                &image[(std::size_t{y} * width + x) * size],
-                &before[(std::size_t{from_y} * width + from_x) * size], size);
-        }
-    }
 }
 
 }  // namespace
 
 bool plain_read_pixels(
     QX::PixelAccessorDescriptor const& to, PlainStream& file, QX::TGAHeader const& header) {
-    int const type = header.image_type;
-    if (type == 2 || type == 3) return read_direct(to, file, header);
-    bool const mapped = type == 1 || type == 9;
-    if (!mapped && type != 10 && type != 11) return false;
+    int const type = header.image_type, depth = header.bits_per_pixel;
+    bool const mapped = type == 1 || type == 9, direct = type == 2 || type == 3;
     auto const format = header.format();
-    if (format == QX::PIXEL_FORMAT_NONE) return false;
-    if (mapped && header.bits_per_pixel != 8 && header.bits_per_pixel != 16) return false;
+    if (format == QX::PIXEL_FORMAT_NONE || (mapped && depth != 8 && depth != 16)) return false;
+    unsigned int const to_size = QX::pixel_size(to.format);
+    if (direct && to_size == 0) return false;
 
     std::size_t const size = QX::pixel_size(format);
-    ItemReader items = {file, mapped ? header.bits_per_pixel / 8u : size, size, {}, 0, ~0u};
-    if (mapped) {
-        items.first = header.colour_map_first;
-        items.length = header.colour_map_length;
-        items.map.resize(items.length * size);
-        if (items.length) file.read(items.map.data(), items.map.size());
+    unsigned int const length = mapped ? header.colour_map_length : 0;
+    ItemReader items = {file,   mapped ? depth / 8u : size, size,
+                        mapped, Bytes(length * size),       header.colour_map_first,
+                        length};
+    if (length) file.read(items.map.data(), items.map.size());
+    unsigned int const width = direct ? to.width : header.width;
+    unsigned int const height = direct ? to.height : header.height;
+    Bytes const image = decode(items, std::size_t{width} * height, type > 8);
+    for (unsigned int i = 0; to_size && i < width * height; ++i) {
+        unsigned int const x = header.descriptor & 16 ? width - 1 - i % width : i % width;
+        unsigned int const y = header.descriptor & 32 ? i / width : height - 1 - i / width;
+        if (x < to.width && y < to.height)
+            plain_convert(
+                format, &image[i * size], to.format,
+                to.data + std::size_t{y} * to.stride + x * to_size);
     }
-    Bytes image = decode(items, std::size_t{header.width} * header.height, type > 8);
-    if (!(header.descriptor & 32)) flip(image, header.width, header.height, size, true);
-    if (header.descriptor & 16) flip(image, header.width, header.height, size, false);
-    if (QX::pixel_size(to.format)) {
-        auto const stride = static_cast<unsigned int>(header.width * size);
-        plain_copy(to, {image.data(), header.width, header.height, stride, format});
-    }
-    return !(mapped && header.bits_per_pixel == 16 && format == QX::PIXEL_FORMAT_X1R5G5B5);
+    return !(mapped && depth == 16 && format == QX::PIXEL_FORMAT_X1R5G5B5);
 }
 
 }  // namespace test

@@ -1,11 +1,11 @@
-// plain_tga.h - TGA pixels read in the plainest way: one read a pixel, a staged image, two flips.
+// plain_tga.h - TGA pixels read in the plainest way: one read a pixel, a whole picture, then
+// placed.
 #pragma once
 
 #include "qx/images/tga.h"
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 namespace test {
 
