@@ -260,9 +260,7 @@ private:
     }
 
     void unlink(Task* task) {
-        Task* const rest = task->next_task();
-        set_first(rest);
-        if (rest != nullptr) fetch_for_writing(rest);
+        set_first(task->next_task());
         task->next = nullptr;
     }
 };
