@@ -1,5 +1,5 @@
 // scheduler_bench.cpp - spawning, joining, waking, with the main thread and one worker, beside the
-// system's thread pool and events.
+// system's thread pool, its fibres, events and condition variables.
 #include "benchmarks/bench.h"
 #include "qx/qx.h"
 #include "qx/base/windows.h"
@@ -75,7 +75,7 @@ unsigned int fib(unsigned int n) {
 }
 
 constexpr int fib_rounds = 10;
-constexpr double fib16_tasks = 1596;
+constexpr int fib16_tasks = 1596;
 
 void fork_and_join() {
     for (int i = 0; i < fib_rounds; ++i) {
@@ -119,23 +119,45 @@ void round_trips() {
     }
 }
 
-// The time until a task runs on a worker that sleeps, and until a thread runs that waits for an
-// event: what lies between two settled sleeps is not counted, so this is timed by hand.
-template <typename Wake>
-double median_wake(Wake wake) {
-    std::vector<double> times;
-    for (int i = 0; i < 200; ++i) {
-        Sleep(2);
-        std::atomic<bool> awake = false;
-        auto const start = std::chrono::steady_clock::now();
-        wake(awake);
-        while (!awake) YieldProcessor();
-        std::chrono::duration<double, std::nano> const took =
-            std::chrono::steady_clock::now() - start;
-        times.push_back(took.count());
-        Sleep(0);
+// To and fro between this thread's fibre and another of the system's: the measure for what a task
+// costs in switches.
+class SystemFibres {
+public:
+    SystemFibres()
+        : own_(ConvertThreadToFiber(nullptr)), other_(CreateFiberEx(65536, 65536, 0, run, this)) {}
+    ~SystemFibres() {
+        DeleteFiber(other_);
+        ConvertFiberToThread();
     }
-    return bench::median(times);
+    SystemFibres(SystemFibres const&) = delete;
+    SystemFibres& operator=(SystemFibres const&) = delete;
+
+    void switches(int count) const {
+        for (int i = 0; i < count / 2; ++i) SwitchToFiber(other_);
+    }
+
+private:
+    static void CALLBACK run(void* self) {
+        for (;;) SwitchToFiber(static_cast<SystemFibres*>(self)->own_);
+    }
+
+    void* own_;
+    void* other_;
+};
+
+// The time until a task runs on a worker that sleeps, and until a thread runs that waits for an
+// event or on a condition variable. What lies between two settled sleeps is not counted, so these
+// are timed by hand, taking turns.
+using Wake = std::function<void(std::atomic<bool>& awake)>;
+
+double time_wake(Wake const& wake) {
+    Sleep(2);
+    std::atomic<bool> awake = false;
+    auto const start = std::chrono::steady_clock::now();
+    wake(awake);
+    while (!awake) YieldProcessor();
+    std::chrono::duration<double, std::nano> const took = std::chrono::steady_clock::now() - start;
+    return took.count();
 }
 
 void wake_a_worker(std::atomic<bool>& awake) {
@@ -166,28 +188,76 @@ struct EventWaiter {
     std::atomic<bool>* awake = nullptr;
 };
 
+struct ConditionWaiter {
+    ConditionWaiter() { QX::run_in_native_thread(run, this, thread); }
+    ~ConditionWaiter() {
+        tell(nullptr);
+        QX::wait_for_thread(thread);
+    }
+
+    void tell(std::atomic<bool>* whom) {
+        AcquireSRWLockExclusive(&lock);
+        awake = whom;
+        told = true;
+        WakeAllConditionVariable(&condition);
+        ReleaseSRWLockExclusive(&lock);
+    }
+
+    static unsigned int run(void* object) {
+        auto& self = *static_cast<ConditionWaiter*>(object);
+        AcquireSRWLockExclusive(&self.lock);
+        do {
+            while (!self.told) SleepConditionVariableSRW(&self.condition, &self.lock, INFINITE, 0);
+            self.told = false;
+            if (self.awake != nullptr) *self.awake = true;
+        } while (self.awake != nullptr);
+        ReleaseSRWLockExclusive(&self.lock);
+        return 0;
+    }
+
+    SRWLOCK lock = SRWLOCK_INIT;
+    CONDITION_VARIABLE condition = CONDITION_VARIABLE_INIT;
+    QX::Thread thread;
+    std::atomic<bool>* awake = nullptr;
+    bool told = false;
+};
+
 void print_wakes() {
-    EventWaiter waiter;
-    double const ours = median_wake(wake_a_worker);
-    double const theirs = median_wake([&](std::atomic<bool>& awake) {
-        waiter.awake = &awake;
-        waiter.event.signal();
-    });
-    double const call = [&] {
-        QX::Event event(true, false);
-        auto const start = std::chrono::steady_clock::now();
-        for (int i = 0; i < 1000; ++i) event.signal();
-        std::chrono::duration<double, std::nano> const took =
-            std::chrono::steady_clock::now() - start;
-        return took.count() / 1000;
-    }();
-    std::printf("| wake a sleeping worker | **QXLibs** | %.4g | |\n", ours);
-    std::printf("| | thread on an event | %.4g | %.2f |\n", theirs, theirs / ours);
-    std::printf("| | SetEvent alone | %.4g | %.2f |\n", call, call / ours);
+    EventWaiter event;
+    ConditionWaiter condition;
+    QX::Event alone(true, false);
+    std::pair<char const*, Wake> const ways[] = {
+        {"**QXLibs**", wake_a_worker},
+        {"thread on a condition variable",
+         [&](std::atomic<bool>& awake) { condition.tell(&awake); }},
+        {"thread on an event",
+         [&](std::atomic<bool>& awake) {
+             event.awake = &awake;
+             event.event.signal();
+         }},
+        {"SetEvent alone", [&](std::atomic<bool>& awake) {
+             alone.signal();
+             awake = true;
+         }}};
+    constexpr int count = std::size(ways);
+    std::vector<double> times[count];
+    for (int round = 0; round < 200; ++round) {
+        for (int i = 0; i < count; ++i) times[i].push_back(time_wake(ways[i].second));
+    }
+    double const ours = bench::median(times[0]);
+    std::printf("| wake a sleeping worker | %s | %.4g | |\n", ways[0].first, ours);
+    for (int i = 1; i < count; ++i) {
+        double const theirs = bench::median(times[i]);
+        std::printf("| | %s | %.4g | %.2f |\n", ways[i].first, theirs, theirs / ours);
+    }
 }
 
 void ask_for_id() {
     for (int i = 0; i < 1000000; ++i) bench::keep(task::this_task::id());
+}
+
+void ask_whether_initialised() {
+    for (int i = 0; i < 1000000; ++i) bench::keep(task::query::is_initialized());
 }
 
 void ask_for_slot(DWORD slot) {
@@ -211,9 +281,14 @@ int main() {
                                          for (int i = 0; i < spawned / set_size; ++i)
                                              pool.submit_all(set_size);
                                      }}});
-    table.row(
-        "fork and join, fib 16, a task", fib_rounds * fib16_tasks, {{"QXLibs", fork_and_join}});
-    table.row("nested waits, a task and its child", 20.0 * set_size, {{"QXLibs", nested_waits}});
+    SystemFibres const fibres;
+    auto const with_switches = [&](char const* name, int tasks, void (*work)()) {
+        bench::Contender const one_each = {
+            "SwitchToFiber, a switch", [&fibres, tasks] { fibres.switches(tasks); }};
+        table.row(name, tasks, {{"QXLibs", work}, one_each});
+    };
+    with_switches("fork and join, fib 16, a task", fib_rounds * fib16_tasks, fork_and_join);
+    with_switches("nested waits, a task and its child", 20 * set_size, nested_waits);
     table.row(
         "spawn one and wait for it", 10000, {{"QXLibs", round_trips}, {"system's pool", [&] {
                                                                            for (int i = 0;
@@ -223,7 +298,9 @@ int main() {
     DWORD const slot = TlsAlloc();
     table.row(
         "ask who runs, a call", 1000000,
-        {{"this_task::id", ask_for_id}, {"TlsGetValue", [&] { ask_for_slot(slot); }}});
+        {{"this_task::id", ask_for_id},
+         {"TlsGetValue", [&] { ask_for_slot(slot); }},
+         {"query::is_initialized, one read", ask_whether_initialised}});
     print_wakes();
     task::terminate();
 }

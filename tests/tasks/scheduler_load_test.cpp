@@ -1,6 +1,7 @@
 // The scheduler under load, with 1, 2, 4 and 16 workers.
 #include "tests/tasks/random_graph.h"
 #include "tests/tasks/scheduler_fixture.h"
+#include "tests/tasks/soak.h"
 
 #include "tests/harness/random.h"
 
@@ -83,26 +84,42 @@ TEST_P(SchedulerLoad, takes_no_memory_once_warm) {
     QX::allocation_hook = previous;
 }
 
+void run_forests(unsigned int count, Random& random, Watchdog& watchdog) {
+    unsigned int const workers = 1 + random.below(random.chance(4) ? 16 : 3);
+    Library const library(workers);
+    RandomGraph graph(workers);
+    for (; count > 0; --count, watchdog.step()) {
+        std::uint64_t const forest = random.next();
+        ASSERT_TRUE(graph.run(forest, 1 + random.below(30), 1 + random.below(6)))
+            << "forest " << forest << " on " << workers << " workers, seed " << seed();
+        if (random.chance(3)) Sleep(random.below(3));  // let them fall asleep
+    }
+}
+
 // For as long as QX_SOAK_SECONDS says, one second by itself: the library started anew with other
 // numbers of workers, and forest after forest run on it. scripts/soak.sh runs it at length.
 TEST(SchedulerSoak, keeps_whole_over_many_starts) {
     char const* const text = std::getenv("QX_SOAK_SECONDS");
-    auto const length = std::chrono::seconds(text != nullptr ? std::atoi(text) : 1);
-    auto const end = std::chrono::steady_clock::now() + length;
+    int const seconds = text != nullptr ? std::atoi(text) : 1;
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    Watchdog watchdog;
+    Holdings holdings(seconds);
     Random random(seed());
-    unsigned long long forests = 0;
     while (std::chrono::steady_clock::now() < end) {
-        unsigned int const workers = 1 + random.below(random.chance(4) ? 16 : 3);
-        Library const library(workers);
-        RandomGraph graph(workers);
-        for (unsigned int i = 1 + random.below(40); i > 0; --i, ++forests) {
-            std::uint64_t const forest = random.next();
-            ASSERT_TRUE(graph.run(forest, 1 + random.below(30), 1 + random.below(6)))
-                << "forest " << forest << " on " << workers << " workers, seed " << seed();
-            if (random.chance(3)) Sleep(random.below(3));  // let them fall asleep
-        }
+        unsigned int const forests = 1 + random.below(40);
+        run_forests(forests, random, watchdog);
+        if (HasFatalFailure()) return;
+        holdings.look(forests);
     }
-    std::printf("%llu forests\n", forests);
+    holdings.end_minute();
+    EXPECT_EQ(holdings.leaked(), 0u);
+    if (seconds >= 120) {
+        EXPECT_LE(holdings.last(), holdings.first() + 64 * 1024);
+    }
+    std::printf(
+        "no wake-up lost, %llu blocks leaked, private bytes %llu in the first minute and %llu in "
+        "the last\n",
+        holdings.leaked(), holdings.first(), holdings.last());
 }
 
 }  // namespace
