@@ -5,7 +5,7 @@
 //
 // Prints a table, writes OUT\<name>.bgra for each picture and OUT\contact_sheet.tga with all
 // levels.
-#include "qx/qx.h"
+#include "examples/pictures.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -20,7 +20,9 @@
 
 namespace {
 
-using Picture = QX::ImageType<QX::Pixel8888>;
+using examples::decode;
+using examples::Picture;
+using View = QX::PixelAccessorDescriptor;
 
 // One entry on its way through the host.
 struct Entry {
@@ -81,29 +83,7 @@ char const* type_of(QX::TGAHeader const& header) {
     }
 }
 
-bool decode(char const* bytes, unsigned int size, QX::TGAHeader& header, Picture& picture) {
-    QX::MemFileIn stream;
-    stream.open(bytes, size);
-    header.read(stream);
-    if (!header.supported()) return false;
-    picture.resize(header.width, header.height);
-    return QX::read_pixels(picture.pixel_accessor(), stream, header) &&
-           stream.status() == QX::FILE_OK;
-}
-
-// An odd level is averaged with its own last row and column, which the surface has room for.
-void repeat_odd_edges(QX::PixelAccessorDescriptor const& view, unsigned int w, unsigned int h) {
-    for (unsigned int y = 0; y < h && w % 2; ++y) {
-        unsigned char* const end = view.data + y * view.stride + w * 4;
-        std::memcpy(end, end - 4, 4);
-    }
-    if (h % 2) {
-        unsigned char* const last = view.data + (h - 1) * view.stride;
-        std::memcpy(last + view.stride, last, (w + w % 2) * 4);
-    }
-}
-
-Tile tile_of(QX::PixelAccessorDescriptor const& view, unsigned int width, unsigned int height) {
+Tile tile_of(View const& view, unsigned int width, unsigned int height) {
     Tile tile{0, 0, std::vector<unsigned char>(width * height * 4), width, height};
     for (unsigned int y = 0; y < height; ++y)
         std::memcpy(&tile.pixels[y * width * 4], view.data + y * view.stride, width * 4);
@@ -112,21 +92,11 @@ Tile tile_of(QX::PixelAccessorDescriptor const& view, unsigned int width, unsign
 
 // Every level, the picture itself first, down to one pixel.
 std::vector<Tile> mip_chain(Picture& picture) {
-    unsigned int width = picture.width();
-    unsigned int height = picture.height();
-    Picture surface;
-    surface.resize(width + 1, height + 1);
-    QX::PixelAccessorDescriptor const view = surface.pixel_accessor();
-    surface.pixel_accessor(0, 0, width, height).copy(picture.pixel_accessor());
-
-    std::vector<Tile> levels{tile_of(view, width, height)};
-    while (width > 1 || height > 1) {
-        repeat_odd_edges(view, width, height);
-        view.mip_map(width, height);
-        width = (width + 1) / 2;
-        height = (height + 1) / 2;
-        levels.push_back(tile_of(view, width, height));
-    }
+    std::vector<Tile> levels;
+    examples::each_level(
+        picture, [&levels](View const& view, unsigned int width, unsigned int height) {
+            levels.push_back(tile_of(view, width, height));
+        });
     return levels;
 }
 
@@ -154,7 +124,7 @@ public:
     bool write(std::string const& path) const {
         Picture sheet;
         sheet.resize(sheet_width + 2 * gap, y_ + shelf_ + gap);
-        QX::PixelAccessorDescriptor const view = sheet.pixel_accessor();
+        View const view = sheet.pixel_accessor();
         view.clear(0, 0, view.width, view.height, QX::Pixel8888{48, 48, 48, 255});
         for (Tile const& tile : tiles_) {
             QX::ConstPixelAccessorDescriptor const from(

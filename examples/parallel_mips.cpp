@@ -13,7 +13,7 @@
 //   fibreless, main thread     shows the progress, and counts the picture as done
 //
 // Exit codes: 0 the same, 1 not the same or a picture that can't be read, 2 wrong arguments.
-#include "qx/qx.h"
+#include "examples/pictures.h"
 
 #include <algorithm>
 #include <chrono>
@@ -30,7 +30,7 @@ using task::Priority;
 using task::ThreadMask;
 
 using Bytes = std::vector<unsigned char>;
-using Picture = QX::ImageType<QX::Pixel8888>;
+using examples::Picture;
 
 // A picture as it comes: the bytes of a TGA file, in the pack's mapping or drawn.
 struct Entry {
@@ -58,29 +58,6 @@ constexpr unsigned int most_levels = 17;  // sides of a TGA file take 16 bits
 
 // --- The work on one picture ---------------------------------------------------------------------
 
-bool decode(Entry const& entry, Picture& picture) {
-    QX::MemFileIn stream;
-    stream.open(entry.data, entry.size);
-    QX::TGAHeader header;
-    header.read(stream);
-    if (!header.supported() || header.width == 0 || header.height == 0) return false;
-    picture.resize(header.width, header.height);
-    return QX::read_pixels(picture.pixel_accessor(), stream, header) &&
-           stream.status() == QX::FILE_OK;
-}
-
-// An odd level is averaged with its own last row and column, which the surface has room for.
-void repeat_odd_edges(QX::PixelAccessorDescriptor const& view, unsigned int w, unsigned int h) {
-    for (unsigned int y = 0; y < h && w % 2; ++y) {
-        unsigned char* const end = view.data + y * view.stride + w * 4;
-        std::memcpy(end, end - 4, 4);
-    }
-    if (h % 2) {
-        unsigned char* const last = view.data + (h - 1) * view.stride;
-        std::memcpy(last + view.stride, last, (w + w % 2) * 4);
-    }
-}
-
 Level level_of(QX::PixelAccessorDescriptor const& view, unsigned int width, unsigned int height) {
     Level level = {width, height, Bytes(width * height * 4), Bytes(width * height * 2)};
     for (unsigned int y = 0; y < height; ++y)
@@ -101,24 +78,14 @@ void convert(Level& level) {
 template <typename Ready>
 void shrink(Entry const& entry, Result& result, Ready ready) {
     Picture picture;
-    result.decoded = decode(entry, picture);
+    QX::TGAHeader header;
+    result.decoded = examples::decode(entry.data, entry.size, header, picture);
     if (!result.decoded) return;
-    unsigned int width = picture.width();
-    unsigned int height = picture.height();
-    Picture surface;
-    surface.resize(width + 1, height + 1);
-    QX::PixelAccessorDescriptor const view = surface.pixel_accessor();
-    surface.pixel_accessor(0, 0, width, height).copy(picture.pixel_accessor());
-
     result.levels.reserve(most_levels);  // levels that are being converted must stay in place
-    for (;;) {
-        ready(result.levels.emplace_back(level_of(view, width, height)));
-        if (width == 1 && height == 1) return;
-        repeat_odd_edges(view, width, height);
-        view.mip_map(width, height);
-        width = (width + 1) / 2;
-        height = (height + 1) / 2;
-    }
+    examples::each_level(
+        picture, [&](QX::PixelAccessorDescriptor const& view, unsigned int w, unsigned int h) {
+            ready(result.levels.emplace_back(level_of(view, w, h)));
+        });
 }
 
 // --- One after the other -------------------------------------------------------------------------

@@ -8,7 +8,7 @@
 //
 // Without a pack it shows a picture of its own. With --seconds it ends by itself; --screenshot
 // then writes what the window shows. Exit codes: 0 good, 1 failed, 2 wrong arguments.
-#include "qx/qx.h"
+#include "examples/pictures.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -22,7 +22,7 @@
 
 namespace {
 
-using Picture = QX::ImageType<QX::Pixel8888>;
+using examples::Picture;
 using View = QX::PixelAccessorDescriptor;
 
 constexpr QX::Pixel8888 background = {40, 36, 32, 255};
@@ -82,14 +82,9 @@ private:
 
     bool decode() {
         char const* const name = title_.c_str();
-        QX::MemFileIn stream;
-        stream.open(pack_.data(name), pack_.size(name));
         QX::TGAHeader header;
-        header.read(stream);
-        if (!header.supported() || header.width == 0 || header.height == 0) return false;
         Picture picture;
-        picture.resize(header.width, header.height);
-        if (!QX::read_pixels(picture.pixel_accessor(), stream, header)) return false;
+        if (!examples::decode(pack_.data(name), pack_.size(name), header, picture)) return false;
         make_levels(picture);
         return true;
     }
@@ -111,30 +106,14 @@ private:
         return true;
     }
 
-    // Halving reads one row and column past an odd size, so the surface holds them, repeated.
     void make_levels(Picture& picture) {
-        unsigned int width = picture.width();
-        unsigned int height = picture.height();
-        Picture surface;
-        surface.resize(width + 1, height + 1);
-        surface.pixel_accessor(0, 0, width, height).copy(picture.pixel_accessor());
-        for (;;) {
-            keep_level(surface, width, height);
-            if (width == 1 && height == 1) return;
-            for (unsigned int y = 0; y < height; ++y)
-                surface.set_pixel(width, y, surface.get_pixel(width - 1, y));
-            for (unsigned int x = 0; x <= width; ++x)
-                surface.set_pixel(x, height, surface.get_pixel(x, height - 1));
-            surface.pixel_accessor().mip_map(width, height);
-            width = (width + 1) / 2;
-            height = (height + 1) / 2;
-        }
-    }
-
-    void keep_level(Picture& surface, unsigned int width, unsigned int height) {
-        levels_.push_back(std::make_unique<Picture>());
-        levels_.back()->resize(width, height);
-        levels_.back()->pixel_accessor().copy(surface.pixel_accessor(0, 0, width, height));
+        examples::each_level(picture, [this](View view, unsigned int width, unsigned int height) {
+            view.width = width;
+            view.height = height;
+            levels_.push_back(std::make_unique<Picture>());
+            levels_.back()->resize(width, height);
+            levels_.back()->pixel_accessor().copy(view);
+        });
     }
 
     QX::MemPackFile pack_;

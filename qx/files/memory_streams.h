@@ -17,15 +17,11 @@
 
 namespace QX {
 
-// A cursor over a fixed block that the caller owns. Never grows, never allocates.
-class MemBuffer {
-public:
-    MemBuffer() = default;
-    MemBuffer(char* data, unsigned int size) { open(data, size); }
-    ~MemBuffer() { close(); }
-    MemBuffer(MemBuffer const&) = default;
-    MemBuffer& operator=(MemBuffer const&) = default;
+namespace detail {
 
+// What the two cursors share: the block, the place in it, and how both are told.
+class MemoryCursor {
+public:
     bool open(char* data, unsigned int size) {
         pos_ = first_ = data;
         end_ = data + size;
@@ -37,6 +33,34 @@ public:
         end_ = nullptr;
         return true;
     }
+
+    unsigned int tell() const { return static_cast<unsigned int>(pos_ - first_); }
+    unsigned int size() const { return static_cast<unsigned int>(end_ - first_); }
+    FileErrorCodes status() const { return pos_ >= end_ ? FILE_END_OF_FILE : FILE_OK; }
+
+    char* pos() { return pos_; }
+    char const* pos() const { return pos_; }
+    char* first() { return first_; }
+    char const* first() const { return first_; }
+    char* end() { return end_; }
+    char const* end() const { return end_; }
+
+protected:
+    char* pos_ = nullptr;
+    char* first_ = nullptr;
+    char* end_ = nullptr;  // one past the block
+};
+
+}  // namespace detail
+
+// A cursor over a fixed block that the caller owns. Never grows, never allocates.
+class MemBuffer : public detail::MemoryCursor {
+public:
+    MemBuffer() = default;
+    MemBuffer(char* data, unsigned int size) { open(data, size); }
+    ~MemBuffer() { close(); }
+    MemBuffer(MemBuffer const&) = default;
+    MemBuffer& operator=(MemBuffer const&) = default;
 
     // Moves up to `bytes` and returns how many; a transfer that is cut short leaves no mark but
     // the count. A cursor outside the block, behind its end, moves nothing.
@@ -50,17 +74,6 @@ public:
 
     // False if the cursor now lies outside the block: it is moved all the same.
     QX_API bool seek(int position);
-
-    unsigned int tell() const { return static_cast<unsigned int>(pos_ - first_); }
-    unsigned int size() const { return static_cast<unsigned int>(end_ - first_); }
-    FileErrorCodes status() const { return pos_ >= end_ ? FILE_END_OF_FILE : FILE_OK; }
-
-    char* pos() { return pos_; }
-    char const* pos() const { return pos_; }
-    char* first() { return first_; }
-    char const* first() const { return first_; }
-    char* end() { return end_; }
-    char const* end() const { return end_; }
 
     // The value's own bytes, low byte first, at the cursor. No bound is tested.
     MemBuffer& operator<<(char value) { return put(value); }
@@ -101,32 +114,17 @@ private:
         pos_ += sizeof value;
         return *this;
     }
-
-    char* pos_ = nullptr;
-    char* first_ = nullptr;
-    char* end_ = nullptr;  // one past the block
 };
 
 // MemBuffer's interface, moving the cursor and nothing else: reading leaves the values as they
 // are, writing leaves the block as it is.
-class TestMemBuffer {
+class TestMemBuffer : public detail::MemoryCursor {
 public:
     TestMemBuffer() = default;
     TestMemBuffer(char* data, unsigned int size) { open(data, size); }
     ~TestMemBuffer() { close(); }
     TestMemBuffer(TestMemBuffer const&) = default;
     TestMemBuffer& operator=(TestMemBuffer const&) = default;
-
-    bool open(char* data, unsigned int size) {
-        pos_ = first_ = data;
-        end_ = data + size;
-        return true;
-    }
-
-    bool close() {
-        end_ = nullptr;
-        return true;
-    }
 
     // Move the cursor as such a transfer would and return what it would move; touch nothing.
     unsigned int read(void* data, unsigned int bytes) { return write(data, bytes); }
@@ -140,17 +138,6 @@ public:
 
     // As on MemBuffer: moves first and tests afterwards.
     QX_API bool seek(int position);
-
-    unsigned int tell() const { return static_cast<unsigned int>(pos_ - first_); }
-    unsigned int size() const { return static_cast<unsigned int>(end_ - first_); }
-    FileErrorCodes status() const { return pos_ >= end_ ? FILE_END_OF_FILE : FILE_OK; }
-
-    char* pos() { return pos_; }
-    char const* pos() const { return pos_; }
-    char* first() { return first_; }
-    char const* first() const { return first_; }
-    char* end() { return end_; }
-    char const* end() const { return end_; }
 
     TestMemBuffer& operator<<(char) { return step(1); }
     TestMemBuffer& operator<<(unsigned char) { return step(1); }
@@ -181,10 +168,6 @@ private:
         pos_ += width;
         return *this;
     }
-
-    char* pos_ = nullptr;
-    char* first_ = nullptr;
-    char* end_ = nullptr;
 };
 
 // A read-only file seen as memory: a mapping of the whole file, or a block that the caller keeps.

@@ -159,36 +159,37 @@ void unlink_tree_chunk(State& s, TreeChunk* chunk) {
     if (chunk->parent) replace_in_tree(s, chunk, heir);
 }
 
+namespace {
+
+// Takes a fitting chunk out of its tree and cuts `need` from it; what is left, if it can stand
+// alone, goes where `keep` puts it.
+void* cut_from_tree(State& s, Fit const& fit, Size need, void (*keep)(State&, Chunk*, Size)) {
+    unlink_tree_chunk(s, fit.chunk);
+    if (fit.rest < smallest_chunk) {
+        mark_in_use(fit.chunk, need + fit.rest);
+    } else {
+        Chunk* const rest = chunk_at(fit.chunk, need);
+        mark_in_use_alone(fit.chunk, need);
+        mark_free_alone(rest, fit.rest);
+        keep(s, rest, fit.rest);
+    }
+    return payload(fit.chunk);
+}
+
+}  // namespace
+
 void* allocate_from_trees(State& s, Size need) {
     Fit const best = find_best(s, need);
     if (!best.chunk || best.rest >= s.victim_size - need) return nullptr;
     if (!is_sound_fit(s, best, need)) return nullptr;
-    unlink_tree_chunk(s, best.chunk);
-    if (best.rest < smallest_chunk) {
-        mark_in_use(best.chunk, need + best.rest);
-    } else {
-        Chunk* const rest = chunk_at(best.chunk, need);
-        mark_in_use_alone(best.chunk, need);
-        mark_free_alone(rest, best.rest);
-        insert_chunk(s, rest, best.rest);
-    }
-    return payload(best.chunk);
+    return cut_from_tree(s, best, need, insert_chunk);
 }
 
 void* allocate_small_from_trees(State& s, Size need) {
     Fit best = {nullptr, ~static_cast<Size>(0)};
     consider_leftmost(best, s.tree_bins[std::countr_zero(s.tree_map)], need);
     if (!best.chunk || !is_sound_fit(s, best, need)) return nullptr;
-    unlink_tree_chunk(s, best.chunk);
-    if (best.rest < smallest_chunk) {
-        mark_in_use(best.chunk, need + best.rest);
-    } else {
-        Chunk* const rest = chunk_at(best.chunk, need);
-        mark_in_use_alone(best.chunk, need);
-        mark_free_alone(rest, best.rest);
-        replace_victim(s, rest, best.rest);
-    }
-    return payload(best.chunk);
+    return cut_from_tree(s, best, need, replace_victim);
 }
 
 }  // namespace QX::arena
