@@ -31,14 +31,14 @@ void press(HWND dialog, int id) {
     SendMessageW(dialog, WM_COMMAND, static_cast<WPARAM>(id), 0);
 }
 
-// The dialog is ignored in the end.
+// The dialog is ignored in the end unless it has been answered, which hides it.
 int show_and(std::function<void(HWND)> act, Texts const& texts = {}) {
     std::thread person([&] {
         HWND dialog = nullptr;
         for (int i = 0; i < 2000 && !IsWindowVisible(dialog); ++i, Sleep(5))
             dialog = FindWindowW(nullptr, title);
         act(dialog);
-        press(dialog, 6);
+        if (IsWindowVisible(dialog)) press(dialog, 6);
     });
     int const answer = show(texts);
     person.join();

@@ -5,12 +5,12 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <vector>
+#include <string_view>
 
 #include "qx/memory/arena.h"
 
@@ -20,6 +20,7 @@ namespace {
 
 constexpr int settle_attempts = 40;  // threads that have ended take a moment to go
 constexpr unsigned int settle_ms = 5;
+constexpr unsigned long lock_events = 3;  // a lock gets one when threads first meet at it
 
 unsigned long count_threads() {
     HANDLE const snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -34,31 +35,27 @@ unsigned long count_threads() {
     return count;
 }
 
-// The system's table of all handles. Wine counts none in GetProcessHandleCount and no user objects
-// in GetGuiResources.
-struct HandleRow {
-    USHORT process, creator;
-    UCHAR type, flags;
-    USHORT handle;
-    void* object;
-    ULONG access;
-};
-
-unsigned long count_handles() {
-    constexpr int all_handles = 16;
-    using Query = LONG WINAPI(int, void*, ULONG, ULONG*);
-    static auto* const query = reinterpret_cast<Query*>(reinterpret_cast<void*>(
-        GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
-    static std::vector<HandleRow> table(1 << 14);
-    ULONG used = 0;
-    ULONG const size = static_cast<ULONG>(table.size() * sizeof(HandleRow));
-    if (query(all_handles, table.data(), size, &used) < 0) return 0;
-    ULONG const count = *reinterpret_cast<ULONG const*>(table.data());
-    auto const* const rows =
-        reinterpret_cast<HandleRow const*>(reinterpret_cast<char const*>(table.data()) + 8);
-    auto const own = static_cast<USHORT>(GetCurrentProcessId());
-    return static_cast<unsigned long>(std::count_if(
-        rows, rows + count, [own](HandleRow const& row) { return row.process == own; }));
+// Handles are multiples of 4, given out from the lowest free one on. Wine counts none of them in
+// GetProcessHandleCount, and no user objects in GetGuiResources.
+void count_handles(Holdings& holdings) {
+    constexpr int type_information = 2;
+    constexpr std::uintptr_t widest_gap = 4 * 64;
+    using Query = LONG WINAPI(HANDLE, int, void*, ULONG, ULONG*);
+    static auto* const query = reinterpret_cast<Query*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryObject")));
+    struct {
+        USHORT length, room;
+        wchar_t const* name;
+        char rest[1024];
+    } type;
+    std::uintptr_t last = 0;
+    for (std::uintptr_t at = 4; at < last + widest_gap; at += 4) {
+        if (query(reinterpret_cast<HANDLE>(at), type_information, &type, sizeof type, nullptr) < 0)
+            continue;
+        last = at;
+        bool const is_event = std::wstring_view(type.name, type.length / 2) == L"Event";
+        ++(is_event ? holdings.events : holdings.handles);
+    }
 }
 
 BOOL CALLBACK count_window(HWND, LPARAM count) {
@@ -79,15 +76,16 @@ unsigned long long private_bytes() {
 }
 
 bool grew(Holdings const& before, Holdings const& now) {
-    return now.handles > before.handles || now.threads > before.threads ||
-           now.windows > before.windows || now.blocks > before.blocks;
+    return now.handles > before.handles || now.events > before.events + lock_events ||
+           now.threads > before.threads || now.windows > before.windows ||
+           now.blocks > before.blocks;
 }
 
 }  // namespace
 
 Holdings current_holdings() {
     Holdings holdings;
-    holdings.handles = count_handles();
+    count_handles(holdings);
     holdings.threads = count_threads();
     holdings.windows = count_windows();
     holdings.private_bytes = private_bytes();
@@ -129,6 +127,7 @@ void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
         now = current_holdings();
     }
     EXPECT_LE(now.handles, before.handles) << "handles left by the case";
+    EXPECT_LE(now.events, before.events + lock_events) << "events left by the case";
     EXPECT_LE(now.threads, before.threads) << "threads left by the case";
     EXPECT_LE(now.windows, before.windows) << "windows left by the case";
     EXPECT_LE(now.blocks, before.blocks) << "blocks left by the case";

@@ -13,7 +13,8 @@ namespace test {
 
 // What a process holds at one moment.
 struct Holdings {
-    unsigned long handles = 0;
+    unsigned long handles = 0;  // but for events
+    unsigned long events = 0;
     unsigned long threads = 0;
     unsigned long windows = 0;             // top-level ones of this thread
     unsigned long long blocks = 0;         // of the arena

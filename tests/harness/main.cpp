@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <thread>
 
 #include "qx/base/windows.h"
 #include "qx/memory/heap.h"
@@ -11,7 +12,7 @@
 
 namespace {
 
-// The system opens some handles at the first exception and the library one at its first
+// The system, the library and the test library open some handles at their first exception or
 // thread; no case shall be blamed for them.
 void warm_up() {
     try {
@@ -21,6 +22,7 @@ void warm_up() {
     QX::run_in_native_thread(
         0, -1, QX::ThreadPriority::normal, [](void*) { return 0u; }, nullptr, &thread, "warm up");
     QX::wait_for_thread(thread);
+    std::thread([] {}).join();
     CloseHandle(CreateSemaphoreA(nullptr, 0, 1, "qxlibs test warm up"));
     OutputDebugStringA("");
 }
