@@ -46,7 +46,7 @@ def split(block):
 def strip_private(lines):
     """Drops private sections, to the end of the class that opened them, and namespaces DETAIL."""
     kept, skip, inside = [], None, False
-    for line in lines:
+    for at, line in enumerate(lines):
         inside = (inside or line.startswith("namespace DETAIL")) and line != "}  // namespace DETAIL"
         if inside:
             kept.append("")
@@ -55,8 +55,14 @@ def strip_private(lines):
         if skip is not None and line.strip() and indent <= skip and not re.match(
                 r"\s*private:", line):
             skip = None
-        if re.match(r"\s*private:", line):
+        if skip is None and re.match(r"\s*private:", line):
             skip = indent
+        # A class begins privately; what stands before its `public:` is not shown.
+        opens = re.match(r"\s*class\b[^;]*\{$", line)
+        if skip is None and opens and not re.match(r"\s*(public|protected):", lines[at + 1]):
+            kept.append(line)
+            skip = indent
+            continue
         if skip is None:
             kept.append(line)
         else:
@@ -92,6 +98,8 @@ def page(path, warnings):
 
 
 def main():
+    if sys.argv[1:2] and sys.argv[1].startswith("-"):
+        sys.exit(__doc__)
     out = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else root / "build" / "reference")
     warnings, index = [], ["# API reference", ""]
     folder = None

@@ -86,6 +86,7 @@ stage setup setup_and_report || { finish; exit 1; }
 stage floors python3 scripts/check_floors.py
 stage style python3 scripts/check_style.py
 stage docs python3 scripts/check_docs.py
+stage reference python3 scripts/reference.py
 stage checks python3 scripts/check_checks.py
 stage lua real_lua
 echo "        build      (several minutes the first time)"

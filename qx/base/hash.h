@@ -25,6 +25,7 @@ constexpr unsigned int hash_words(unsigned long long bits) {
 template <typename T>
 struct HASH;
 
+// By the size of the type, as the table above tells.
 template <std::integral T>
 struct HASH<T> {
     constexpr unsigned int operator()(T value) const {

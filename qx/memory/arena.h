@@ -20,6 +20,7 @@ struct Statistics {
     unsigned long long peak_footprint;  // the most that footprint has been
 };
 
+// Taken under the arena's lock, so that the figures belong together.
 QX_API Statistics statistics();
 
 // The bytes of a block in use that its owner may use: those asked for and what rounding added. Only

@@ -23,6 +23,7 @@ enum HEAPS : int {
     HEAP_ALL = 3,
 };
 
+// What verify_heaps does: all of it, or one of two banners and no more.
 enum VERIFY_HEAP_OPTIONS : int {
     VERIFY_HEAP_FULL = 0,
     VERIFY_HEAP_BANNER_A = 1,
@@ -125,6 +126,7 @@ struct CURRENT_MEMORY_INFO {
     unsigned long long maximum_file_cache;
 };
 
+// The machine's memory: what stays the same, and what changes.
 QX_API MEMORY_INFO const& memory_info();
 QX_API CURRENT_MEMORY_INFO current_memory_info();
 

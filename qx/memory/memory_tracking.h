@@ -35,6 +35,7 @@ QX_API void add_live_object(void* object);
 // the stack of its first removal: "Possible double deletion:\n". Nothing else happens then.
 QX_API void remove_live_object(void* object);
 
+// Whether the address was added and not removed since.
 QX_API bool contains_live_object(void* object);
 
 // Print the stack that is kept; nothing for an address that is not there.
@@ -61,6 +62,7 @@ struct MEM_TRACKING {
 
 extern QX_API MEM_TRACKING s_mt;  // all heaps together, also as HEAP_ALL
 
+// The figures of one row: allocations ever and now, and their bytes.
 QX_API unsigned long long cumulative_alloc_count(QX::HEAPS heap);
 QX_API unsigned long long cumulative_alloc_size(QX::HEAPS heap);
 QX_API unsigned int current_alloc_count(QX::HEAPS heap);

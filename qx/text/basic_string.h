@@ -27,15 +27,17 @@
 namespace QX {
 
 namespace formatting {
+// Builds formatted text in the string's own block.
 template <typename Unit>
 class StringWriter;
-}
+}  // namespace formatting
 
 // What a character type offers to the template. `char` counts as signed, `wchar_t` as unsigned.
 template <typename CharT>
 struct CHAR_TRAITS {
     using char_type = CharT;
 
+    // One character, or `count` of them; the second returns `target`.
     static void assign(CharT& target, CharT value) { target = value; }
     QX_API static CharT* assign(CharT* target, unsigned int count, CharT value);
 
@@ -92,6 +94,7 @@ public:
     static CharT* static_empty_string() { return &m_static_empty_string; }
     QX_API static CharT m_static_empty_string;
 
+    // Empty strings share one terminator and own no block. `text` may not be null.
     BASIC_STRING() : length_(0), capacity_(0), storage_(static_empty_string()) {}
     explicit BASIC_STRING(Alloc const&) : BASIC_STRING() {}
     BASIC_STRING(CharT const* text) : BASIC_STRING(text, Traits::length(text)) {}
@@ -162,6 +165,7 @@ public:
     // Never shrinks.
     QX_API void reserve(unsigned int count);
 
+    // Fills up with `value`, or cuts and keeps the block.
     void resize(unsigned int count) { resize(count, CharT()); }
     QX_API void resize(unsigned int count, CharT value);
 
@@ -331,6 +335,7 @@ private:
     QX_API void
     reserve_partial_copy(unsigned int wanted, unsigned int keep, SCOPED_POINTER& holder);
 
+    // First difference as (first minus second); of equal beginnings the shorter is less.
     QX_API static int
     compare_ranges(CharT const* a, unsigned int a_count, CharT const* b, unsigned int b_count);
 

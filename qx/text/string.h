@@ -37,6 +37,7 @@ private:
     char const* slots_;
 };
 
+// Narrow text: UTF-8. 16 bytes: length, capacity, pointer.
 class String : public BASIC_STRING<char> {
 public:
     String() = default;
@@ -116,6 +117,7 @@ public:
     QX_API static String format_unsafe(String format, ...);
     QX_API static String format_unsafe(String format, ArgumentPointer arguments);
 
+    // Numbers alone.
     QX_API static String format(unsigned int value);
     QX_API static String format(unsigned int value, int radix);
     QX_API static String format(unsigned int value, unsigned int radix, char const* digits);
@@ -129,6 +131,7 @@ public:
         unsigned short& width, bool& left_justify, char& pad);
     QX_API static bool append_rest(String& out, String const& format, unsigned short& position);
 
+    // Appends one value by its letter; false where the letter does not suit the type.
     QX_API static bool append_formatted_type(
         String const& value, char& ch, String& out, short precision, char sign,
         unsigned short width, bool left_justify, char pad);
@@ -159,6 +162,7 @@ public:
 
     // --- Reading numbers: rules in parse.h -------------------------------------------------------
 
+    // False, and `value` as parse.h tells, where the text is no such number.
     QX_API bool parse(int& value) const;
     QX_API bool parse(unsigned int& value) const;
     QX_API bool parse(unsigned long long& value) const;
@@ -169,6 +173,7 @@ public:
     QX_API bool parse(unsigned long long& value, unsigned short radix) const;
 };
 
+// Wide text: UTF-16 code units.
 class UniString : public BASIC_STRING<wchar_t> {
 public:
     UniString() = default;
@@ -245,6 +250,7 @@ public:
     QX_API static UniString format_unsafe(UniString format, ...);
     QX_API static UniString format_unsafe(UniString format, ArgumentPointer arguments);
 
+    // Numbers alone.
     QX_API static UniString format(unsigned int value);
     QX_API static UniString format(unsigned int value, int radix);
     QX_API static UniString format(unsigned int value, unsigned int radix, wchar_t const* digits);
@@ -262,6 +268,7 @@ public:
     QX_API static bool
     append_rest(UniString& out, UniString const& format, unsigned short& position);
 
+    // Appends one value by its letter; false where the letter does not suit the type.
     QX_API static bool append_formatted_type(
         UniString const& value, wchar_t& ch, UniString& out, short precision, char sign,
         unsigned short width, bool left_justify, char pad);
@@ -298,6 +305,7 @@ public:
 
     // --- Reading numbers: rules in parse.h -------------------------------------------------------
 
+    // False, and `value` as parse.h tells, where the text is no such number.
     QX_API bool parse(int& value) const;
     QX_API bool parse(unsigned int& value) const;
     QX_API bool parse(long long& value) const;
@@ -313,6 +321,7 @@ QX_API String operator+(char const* a, String const& b);
 QX_API String operator+(String const& a, char b);
 QX_API String operator+(char a, String const& b);
 
+// Likewise.
 QX_API UniString operator+(UniString const& a, UniString const& b);
 QX_API UniString operator+(UniString const& a, wchar_t const* b);
 QX_API UniString operator+(wchar_t const* a, UniString const& b);
@@ -331,6 +340,7 @@ inline bool operator==(String const& a, char const* b) {
 QX_API bool operator==(UniString const& a, UniString const& b);
 QX_API bool operator==(UniString const& a, wchar_t const* b);
 
+// The opposite of ==.
 inline bool operator!=(String const& a, String const& b) {
     return !(a == b);
 }
