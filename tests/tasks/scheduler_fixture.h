@@ -1,5 +1,4 @@
-// scheduler_fixture.h - the scheduler on as many processors as a case wants, and gates for its
-// tasks.
+// scheduler_fixture.h - the scheduler on as many processors as a case wants.
 #pragma once
 
 #include "qx/qx.h"
@@ -9,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -19,13 +17,9 @@ using task::FiberMode;
 using task::Priority;
 using task::ThreadMask;
 
-constexpr auto fiberful = FiberMode::fiberful;
-constexpr auto fiberless = FiberMode::fiberless;
-constexpr auto any_thread = ThreadMask::any_thread;
-constexpr auto worker_threads = ThreadMask::worker_threads;
-constexpr auto main_thread = ThreadMask::main_thread;
-constexpr auto normal = Priority::normal;
-constexpr auto high = Priority::high;
+using enum FiberMode;
+using enum ThreadMask;
+using enum Priority;
 
 inline ThreadMask pinned_to(unsigned int worker) {
     return static_cast<ThreadMask>(3 + worker);
@@ -36,22 +30,19 @@ class Processors {
 public:
     explicit Processors(unsigned int count)
         : query_("GetProcessAffinityMask", answer), binding_("SetThreadAffinityMask", refuse) {
-        mask() = count >= 64 ? ~0ull : (1ull << count) - 1;
+        mask_ = (1ull << count) - 1;
         EXPECT_TRUE(query_.found() && binding_.found());
     }
 
 private:
-    static DWORD_PTR& mask() {
-        static DWORD_PTR value;
-        return value;
-    }
     static BOOL WINAPI answer(HANDLE, DWORD_PTR* process, DWORD_PTR* system) {
-        *process = *system = mask();
+        *process = *system = mask_;
         return TRUE;
     }
     // Those that can't be bound to count as cores, whatever the machine has.
     static DWORD_PTR WINAPI refuse(HANDLE, DWORD_PTR) { return 0; }
 
+    static inline DWORD_PTR mask_ = 0;
     StandIn query_;
     StandIn binding_;
 };
@@ -74,50 +65,8 @@ private:
 // Waits for a condition without running tasks. Fails the case after ten seconds.
 template <typename Condition>
 void await(Condition condition) {
-    for (int i = 0; i < 10000 && !condition(); ++i) Sleep(1);
+    for (int i = 0; i < 12000 && !condition(); ++i) i < 2000 ? Sleep(0) : Sleep(1);
     EXPECT_TRUE(condition());
 }
-
-// Holds a worker on its own stack until it is opened.
-class Gate {
-public:
-    explicit Gate(unsigned int worker) {
-        task::spawn(fiberless, pinned_to(worker), normal, [this] {
-            closed_ = true;
-            while (!open_) Sleep(0);
-            passed_ = true;
-        });
-        await([this] { return closed_.load(); });
-    }
-    ~Gate() { open(); }
-
-    void open() {
-        open_ = true;
-        await([this] { return passed_.load(); });
-    }
-
-private:
-    std::atomic<bool> closed_ = false;
-    std::atomic<bool> open_ = false;
-    std::atomic<bool> passed_ = false;
-};
-
-// What tasks did, in order.
-class Log {
-public:
-    void add(char what) {
-        std::lock_guard const hold(lock_);
-        text_ += what;
-    }
-    std::string text() const {
-        std::lock_guard const hold(lock_);
-        return text_;
-    }
-    std::size_t size() const { return text().size(); }
-
-private:
-    mutable std::mutex lock_;
-    std::string text_;
-};
 
 }  // namespace test
