@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "qx/base/windows.h"
@@ -70,24 +68,6 @@ Room::~Room() {
     room = nullptr;
 }
 
-// --- A system that is slow while the arena is locked ---------------------------------------------
-
-std::atomic<bool> in_system;
-std::atomic<unsigned int> yields;
-std::atomic<bool> yields_are_right = true;
-
-void* slow_alloc(void* place, SIZE_T size, DWORD kind, DWORD access) {
-    in_system = true;
-    while (yields < 3) YieldProcessor();
-    return system_alloc(place, size, kind, access);
-}
-
-DWORD WINAPI note_yield(DWORD milliseconds, BOOL alertable) {
-    if (milliseconds != 0 || alertable) yields_are_right = false;
-    ++yields;
-    return 0;
-}
-
 }  // namespace
 
 TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
@@ -123,17 +103,4 @@ TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
     for (void* block : blocks) QX::custom_free(block);
     EXPECT_TRUE(QX::arena::validate());
     delete system;
-}
-
-TEST(ArenaSystem, lets_a_waiting_thread_yield) {
-    test::StandIn const sleep("SleepEx", note_yield);
-    test::StandIn const alloc("VirtualAlloc", slow_alloc);
-    std::thread waiting([] {
-        while (!in_system) YieldProcessor();
-        QX::custom_free(QX::custom_malloc(10, QX::HEAP_GENERAL));
-    });
-    QX::custom_free(QX::custom_malloc(1 << 20, QX::HEAP_GENERAL));
-    waiting.join();
-    EXPECT_GE(yields, 3u);
-    EXPECT_TRUE(yields_are_right);
 }
