@@ -16,9 +16,6 @@ public:
     explicit ArenaModel(std::uint64_t salt) : random_(salt) {}
     ~ArenaModel() { shrink(0); }
 
-    ArenaModel(ArenaModel const&) = delete;
-    ArenaModel& operator=(ArenaModel const&) = delete;
-
     // One allocation, resize or release; false if a block did not hold what it should.
     bool step() {
         if (random_.chance(50000)) shrink(16 << random_.below(11));

@@ -22,30 +22,21 @@ auto* const system_alloc = &VirtualAlloc;
 // --- A system that hands out its room in no order ------------------------------------------------
 
 struct Room {
-    explicit Room(std::size_t granules);
-    ~Room();
-
-    // The room stays reserved: pieces of it are no mappings of their own, so none is given back.
-    char* base;
-    std::string const none;  // as many '0'
-    std::string taken;       // '1' for each granule that is
+    // It stays reserved: pieces of it are no mappings of their own, so none is given back.
+    char* base = static_cast<char*>(VirtualAlloc(nullptr, 2000 * granule, MEM_RESERVE, 4));
+    std::string const none = std::string(2000, '0');
+    std::string taken = none;  // '1' for each granule that is
     unsigned int segments = 0;
-    unsigned int refusals = 0;  // still to come
     bool flags_are_right = true;
     test::Random random{77};
-    test::StandIn stand_in;
 };
 
 Room* room;
 
 // Looks upwards or downwards from a random granule, so that segments meet on either side or not.
 void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
-    if (!room || kind == direct_flags) return system_alloc(place, size, kind, access);
+    if (kind == direct_flags) return system_alloc(place, size, kind, access);
     if (kind != segment_flags || size % granule != 0) room->flags_are_right = false;
-    if (room->refusals != 0) {
-        --room->refusals;
-        return nullptr;
-    }
     std::string_view const wanted = std::string_view(room->none).substr(0, size / granule);
     std::size_t const from = room->random.below(static_cast<unsigned int>(room->taken.size()));
     bool const upwards = room->random.chance(2);
@@ -57,21 +48,12 @@ void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
     return system_alloc(room->base + at * granule, size, MEM_COMMIT, PAGE_READWRITE);
 }
 
-Room::Room(std::size_t granules)
-    : none(granules, '0'), taken(none), stand_in("VirtualAlloc", alloc_in_room) {
-    void* const place = VirtualAlloc(nullptr, granules * granule, MEM_RESERVE, PAGE_READWRITE);
-    base = static_cast<char*>(place);
-    room = this;
-}
-
-Room::~Room() {
-    room = nullptr;
-}
-
 }  // namespace
 
 TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
-    auto* const system = new Room(2000);  // the arena keeps what it gets from it
+    Room own;
+    room = &own;
+    test::StandIn const stand_in("VirtualAlloc", alloc_in_room);
     {
         test::ArenaModel model(5);
         for (int round = 0; round < 40; ++round) {
@@ -80,27 +62,22 @@ TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
         }
     }
     EXPECT_TRUE(QX::arena::validate());
-    EXPECT_TRUE(system->flags_are_right);
-    EXPECT_GT(system->segments, 20u);
-    delete system;
+    EXPECT_TRUE(own.flags_are_right);
+    EXPECT_GT(own.segments, 20u);
 }
 
 TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
-    auto* const system = new Room(100);
     QX::HeapPlatform heap(QX::HEAP_SECOND, nullptr);
-    std::vector<void*> blocks;
+    std::vector<void*> blocks = {QX::custom_malloc(20000, QX::HEAP_GENERAL)};
     blocks.reserve(1000);
-    system->refusals = 1;
+    test::StandIn const system(
+        "VirtualAlloc", +[](void*, SIZE_T, DWORD, DWORD) -> void* { return nullptr; });
     EXPECT_THROW(
         while (true) blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL)), std::bad_alloc);
     EXPECT_TRUE(QX::arena::validate());
-    EXPECT_EQ(system->refusals, 0u);
-    blocks.push_back(QX::custom_malloc(20000, QX::HEAP_GENERAL));
     std::memset(blocks.back(), 5, 20000);
-    system->refusals = 1;
     EXPECT_EQ(heap.realloc(blocks.back(), 250000).first, nullptr);
     EXPECT_EQ(static_cast<char*>(blocks.back())[19999], 5);
     for (void* block : blocks) QX::custom_free(block);
     EXPECT_TRUE(QX::arena::validate());
-    delete system;
 }

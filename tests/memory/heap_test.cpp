@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
-#include <new>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "qx/base/windows.h"
 #include "qx/memory/arena.h"
@@ -16,41 +13,31 @@
 
 namespace {
 
-struct Seen {
-    void const* block;
-    unsigned int size;
-};
-
-Seen seen[4];
-unsigned int seen_count;
-
-void note(void const* block, unsigned int size) {
-    if (seen_count < 4) seen[seen_count] = {block, size};
-    ++seen_count;
-}
-
 // Watches allocation_hook for its life.
 struct Hook {
+    using Call = std::pair<void const*, unsigned int>;
+
     Hook() {
-        seen_count = 0;
-        MEMORY_TRACKING::register_allocation_fn(note);
+        count = 0;
+        MEMORY_TRACKING::register_allocation_fn([](void const* block, unsigned int size) {
+            seen[count++ % 8] = {block, size};
+        });
     }
     ~Hook() { MEMORY_TRACKING::register_allocation_fn(nullptr); }
+
+    static inline Call seen[8];
+    static inline unsigned int count;
 };
 
-char printed[256];
-
-void WINAPI note_text(char const* text) {
-    std::strncat(printed, text, sizeof printed - std::strlen(printed) - 1);
-}
+std::string printed;
 
 // What the debugger would see during `work`.
 template <typename Work>
 std::string printed_by(Work work) {
-    test::StandIn const debugger("OutputDebugStringA", note_text);
-    printed[0] = 0;
+    test::StandIn const debugger(
+        "OutputDebugStringA", +[](char const* text) { printed += text; });
     work();
-    return printed;
+    return std::exchange(printed, {});
 }
 
 // Whether a block of 200 bytes is filled with `value`. Releases it.
@@ -59,10 +46,6 @@ bool is_filled(void* block, unsigned char value) {
     bool const all = std::count(bytes, bytes + 200, value) == 200;
     QX::custom_free(block);
     return all;
-}
-
-HANDLE WINAPI no_heap(DWORD, SIZE_T, SIZE_T) {
-    return nullptr;
 }
 
 }  // namespace
@@ -74,22 +57,15 @@ TEST(CustomMalloc, serves_any_size_and_id_and_shows_the_hook_each_block_and_its_
     QX::custom_free(block);
     QX::custom_free(empty);
     QX::custom_free(nullptr);
-    EXPECT_NE(block, empty);
-    EXPECT_EQ(seen_count, 4u);
-    unsigned int const sizes[] = {33, 0, 0, 0};
-    for (unsigned int i = 0; i < 4; ++i) {
-        EXPECT_EQ(seen[i].block, i % 2 ? empty : block);
-        EXPECT_EQ(seen[i].size, sizes[i]);
-    }
-}
-
-TEST(CustomMalloc, throws_bad_alloc_with_its_own_text) {
-    try {
-        QX::custom_malloc(~0ull, QX::HEAP_GENERAL);
-        FAIL();
-    } catch (std::bad_alloc const& failure) {
-        EXPECT_STREQ(failure.what(), "bad allocation");
-    }
+    EXPECT_THROW(
+        try { QX::custom_malloc(~0ull, QX::HEAP_GENERAL); } catch (std::bad_alloc const& failure) {
+            EXPECT_STREQ(failure.what(), "bad allocation");
+            throw;
+        },
+        std::bad_alloc);
+    EXPECT_EQ(hook.count, 4u);
+    Hook::Call const expected[] = {{block, 33}, {empty, 0}, {block, 0}, {empty, 0}};
+    EXPECT_TRUE(std::equal(expected, expected + 4, hook.seen));
 }
 
 TEST(CustomMalloc, fills_its_blocks_once_told_to_and_those_of_no_heap_object) {
@@ -110,27 +86,21 @@ TEST(MallocAligned, rounds_to_any_alignment_from_four) {
         void* const block = QX::malloc_aligned(100, alignment, QX::HEAP_GENERAL);
         void* base;
         std::memcpy(&base, static_cast<char*>(block) - 8, sizeof base);
-        EXPECT_EQ(seen[0].block, base);
-        EXPECT_EQ(seen[0].size, 100 + 8 + step);
+        EXPECT_EQ(hook.seen[0], Hook::Call(base, 100 + 8 + step));
         std::uintptr_t const end = reinterpret_cast<std::uintptr_t>(base) + 8 + step;
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block), end / step * step);
         QX::custom_free(base);
     }
 }
 
-// On both sides of the library, plain, array and nothrow forms draw on the arena.
 TEST(GlobalNew, draws_on_the_arena_in_every_form) {
     auto const count = [] { return QX::arena::statistics().blocks_in_use; };
     auto const before = count();
-    void* const plain = operator new(4);
     void* const array = operator new[](20);
     void* const quiet = operator new(4, std::nothrow);
-    void* const quiet_array = operator new[](20, std::nothrow);
-    EXPECT_EQ(count(), before + 4);
-    operator delete(plain);
+    EXPECT_EQ(count(), before + 2);
     operator delete[](array, 20ull);
-    operator delete(quiet, 4ull);
-    operator delete[](quiet_array, std::nothrow);
+    operator delete(quiet, std::nothrow);
     EXPECT_EQ(count(), before);
     std::size_t const volatile too_much = ~0ull - 100;
     EXPECT_EQ(operator new(too_much, std::nothrow), nullptr);
@@ -144,29 +114,21 @@ TEST(HeapPlatform, serves_every_heap_from_the_arena_without_hook) {
     unsigned int const before = heap.calculate_current_size();
     auto const [block, owner] = heap.malloc(50000);
     EXPECT_EQ(owner, &heap);
-    EXPECT_EQ(heap.calculate_current_size(), before);
     heap.free(heap.realloc(block, 90000).first);
-    heap.free(nullptr);
-    EXPECT_EQ(seen_count, 0u);
+    EXPECT_EQ(hook.count, 0u);
+    EXPECT_EQ(heap.calculate_current_size(), before);
     void* const busy = HeapAlloc(heap.OS_heap(), 0, 5000);
     EXPECT_GE(heap.calculate_current_size(), before + 5000);
     HeapFree(heap.OS_heap(), 0, busy);
 }
 
 TEST(HeapPlatform, stays_usable_where_no_system_heap_is_to_be_had) {
-    test::StandIn const system("HeapCreate", no_heap);
+    test::StandIn const system(
+        "HeapCreate", +[](DWORD, SIZE_T, SIZE_T) -> HANDLE { return nullptr; });
     QX::HeapPlatform heap(QX::HEAP_SECOND, 4096, 0);
     EXPECT_EQ(heap.OS_heap(), nullptr);
     EXPECT_EQ(heap.calculate_current_size(), 0u);
     heap.free(heap.malloc(10).first);
-}
-
-TEST(HeapPlatform, leaves_the_process_heap_alive_and_builds_in_place) {
-    alignas(QX::HeapPlatform) unsigned char room[sizeof(QX::HeapPlatform)];
-    auto* const place = reinterpret_cast<QX::HeapPlatform*>(room);
-    EXPECT_EQ(new (place) QX::HeapPlatform(QX::HEAP_SECOND, GetProcessHeap()), place);
-    place->~HeapPlatform();
-    EXPECT_TRUE(HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 10)));
 }
 
 TEST(Heaps, come_up_once_with_the_process_heap) {
@@ -174,31 +136,29 @@ TEST(Heaps, come_up_once_with_the_process_heap) {
     QX::HeapPlatform heap(QX::HEAP_THIRD, nullptr);
     QX::platform_init_heaps(&heap);
     EXPECT_EQ(heap.id(), QX::HEAP_GENERAL);
-    EXPECT_EQ(heap.OS_heap(), GetProcessHeap());
+    heap.~HeapPlatform();
+    EXPECT_EQ(new (&heap) QX::HeapPlatform(QX::HEAP_SECOND, GetProcessHeap()), &heap);
+    EXPECT_TRUE(HeapFree(heap.OS_heap(), 0, HeapAlloc(GetProcessHeap(), 0, 10))) << "still alive";
     QX::platform_init_heaps(nullptr);
 }
 
-// With more heaps than the check has room for, the system hands out none of them.
 TEST(VerifyHeaps, prints_the_banner_and_for_all_but_banners_the_duration) {
-    std::list<QX::HeapPlatform> heaps;
-    for (int i = 0; i < 70; ++i) heaps.emplace_back(QX::HEAP_SECOND, 0, 0);
+    std::string const banner = "Verifying heaps...";
     for (int option : {0, 1, 2, 3, -1}) {
         std::string const text = printed_by([option] {
             EXPECT_TRUE(QX::verify_heaps(static_cast<QX::VERIFY_HEAP_OPTIONS>(option)));
         });
         bool const is_banner = option == 1 || option == 2;
-        std::regex const all("Verifying heaps... : duration [0-9]+ms\n");
-        EXPECT_TRUE(is_banner ? text == "Verifying heaps..." : std::regex_match(text, all)) << text;
+        std::regex const all(banner + (is_banner ? "" : " : duration [0-9]+ms\n"));
+        EXPECT_TRUE(std::regex_match(text, all)) << text;
     }
 }
 
 TEST(ReportMessageTxt, formats_any_length) {
-    EXPECT_EQ(printed_by([] { MEMORY_TRACKING::report_message_txt("%s %d", "a", -5); }), "a -5");
-    for (unsigned int length : {0u, 15u, 16u, 100u, 200000u}) {
+    for (unsigned int length : {0u, 16u, 200000u}) {
         std::string const text(length, 'y');
-        std::string const shown = text.substr(0, sizeof printed - 1);
-        EXPECT_EQ(
-            printed_by([&] { MEMORY_TRACKING::report_message_txt("%s", text.c_str()); }), shown);
+        auto const report = [&] { MEMORY_TRACKING::report_message_txt("%s %d", text.c_str(), -5); };
+        EXPECT_EQ(printed_by(report), text + " -5");
     }
 }
 
@@ -206,33 +166,26 @@ TEST(MemoryInfo, agrees_with_the_system) {
     MEMORYSTATUSEX status = {};
     status.dwLength = sizeof status;
     GlobalMemoryStatusEx(&status);
-    QX::MEMORY_INFO const& info = QX::memory_info();
-    EXPECT_EQ(&info, &QX::memory_info());
-    EXPECT_EQ(info.total_physical, status.ullTotalPhys);
-    EXPECT_EQ(info.total_virtual, status.ullTotalVirtual);
-    EXPECT_TRUE(QX::is_RAM_present(0));
-    EXPECT_TRUE(QX::is_RAM_present(info.total_physical));
-    EXPECT_FALSE(QX::is_RAM_present(info.total_physical + 1));
-    EXPECT_TRUE(QX::is_greater_2gb_addressable());
+    EXPECT_EQ(QX::memory_info().total_physical, status.ullTotalPhys);
+    EXPECT_EQ(QX::memory_info().total_virtual, status.ullTotalVirtual);
+    EXPECT_TRUE(QX::is_RAM_present(status.ullTotalPhys));
+    EXPECT_FALSE(QX::is_RAM_present(status.ullTotalPhys + 1));
 }
 
 DWORD cache_flags;
+
 BOOL WINAPI cache_size(SIZE_T* minimum, SIZE_T* maximum, DWORD* flags) {
     EXPECT_EQ(*flags, 5u);
-    *minimum = 111;
-    *maximum = 222;
-    *flags = cache_flags;
+    *minimum = 111, *maximum = 222, *flags = cache_flags;
     return TRUE;
 }
 
 TEST(MemoryInfo, gives_only_cache_limits_that_are_enforced) {
     test::StandIn const system("GetSystemFileCacheSize", cache_size);
-    ASSERT_TRUE(system.found());
     for (DWORD flags : {0u, 1u, 4u, 5u, 10u}) {
         cache_flags = flags;
         QX::CURRENT_MEMORY_INFO const info = QX::current_memory_info();
         EXPECT_EQ(info.minimum_file_cache, flags & 4 ? 111u : 0u);
         EXPECT_EQ(info.maximum_file_cache, flags & 1 ? 222u : 0u);
-        EXPECT_GT(info.available_physical, 0u);
     }
 }
