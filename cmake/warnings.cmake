@@ -1,4 +1,5 @@
 # The warnings that every target of this project is built with, as errors.
 add_library(qx_warnings INTERFACE)
-target_compile_options(qx_warnings INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor
-  -Woverloaded-virtual -Wno-array-bounds -Werror)
+set(_warnings -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wno-array-bounds
+  -Werror)
+target_compile_options(qx_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${_warnings}>")

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the archive, unpacks it into an empty folder, checks that it holds what it should and nothing
-# else, and builds and runs the client project against it.
+# else, all of one version, and builds and runs the client project against it.
 #
 #   scripts/check_package.sh    expects a finished build in build/mingw
 set -euo pipefail
@@ -27,6 +27,31 @@ wanted() {
     sed 's:^:share/qxlibs/:'
 }
 diff <(wanted | sort) <(cd "$unpacked" && find . -type f | sed 's:^\./::' | sort)
+
+# The DLL tells CHANGELOG.md's version, in numbers and in words, and so does the package for CMake.
+python3 - "$unpacked" <<'END'
+import re, struct, sys
+top = sys.argv[1]
+heading = re.search(r"^## (\d+\.\d+\.\d+)", open("CHANGELOG.md").read(), re.M)[1]
+package = re.search(r'PACKAGE_VERSION "(.*)"',
+                    open(f"{top}/lib/cmake/QXLibs/QXLibsConfigVersion.cmake").read())[1]
+dll = open(f"{top}/bin/QXLibs.dll", "rb").read()
+versions = {"CHANGELOG.md": heading, "QXLibsConfigVersion.cmake": package}
+# The fixed block: a signature, its own version 1.0, then file and product, high half first.
+at = dll.find(struct.pack("<II", 0xFEEF04BD, 0x10000)) + 8
+if at < 8:
+    sys.exit("QXLibs.dll has no version")
+for i, name in enumerate(("file", "product")):
+    low, high, last, third = struct.unpack_from("<4H", dll, at + 8 * i)
+    versions[f"{name} version of QXLibs.dll"] = f"{high}.{low}.{third}" + f".{last}" * (last > 0)
+for name in ("FileVersion", "ProductVersion"):
+    start = dll.find((name + "\0").encode("utf-16-le"), at)
+    text = dll[start + 2 * len(name):start + 96].decode("utf-16-le").strip("\0").split("\0")[0]
+    versions[f"{name} of QXLibs.dll"] = text
+if len(set(versions.values())) > 1:
+    sys.exit(f"versions differ: {versions}")
+print(f"version {heading} everywhere")
+END
 
 cmake -S tests/client -B $client -G Ninja -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64.cmake" \
   -DCMAKE_PREFIX_PATH="$unpacked" -DCMAKE_BUILD_TYPE=Release >/dev/null
