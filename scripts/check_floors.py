@@ -33,8 +33,8 @@ FLOORS = [
      "app/timers app/input app/debug_menu > app/message_loop",
      "net/socket > net/mail net/web_fetch"],
     ["diagnostics/call_stack diagnostics/map_file diagnostics/teams "
-     "diagnostics/assertion_dialog > diagnostics/message_box > diagnostics/profiler "
-     "diagnostics/mini_profile diagnostics/assert > memory/memory_tracking",
+     "diagnostics/assertion_dialog diagnostics/assertion_log > diagnostics/message_box > "
+     "diagnostics/profiler diagnostics/mini_profile diagnostics/assert > memory/memory_tracking",
      "diagnostics/database_log", "diagnostics/watch"],
 ]
 

@@ -6,11 +6,11 @@
 #include "qx/app/process.h"
 #include "qx/base/windows.h"
 #include "qx/diagnostics/assertion_dialog_impl.h"
-#include "qx/diagnostics/message_box_impl.h"
+#include "qx/diagnostics/assertion_log_impl.h"
 #include "qx/tasks/task.h"
 #include "qx/text/convert.h"
 
-// A build may log assertions to a file instead of asking: QX_ASSERTION_LOG is its name.
+// The file that assertions go to instead of a person, where the build names one.
 #if !defined(QX_ASSERTION_LOG)
 #define QX_ASSERTION_LOG nullptr
 #endif
@@ -42,9 +42,6 @@ static_assert(flags_question == 0x10021);
 
 constexpr DWORD caption_size = 256;
 constexpr int exit_code_of_abort = 1;
-
-constexpr char const* log_path = QX_ASSERTION_LOG;
-constexpr bool logs_each_time = true;
 
 Semaphore semaphore(1, 1, nullptr);
 
@@ -201,7 +198,7 @@ bool ignore_all_message_box(
         UniString const text = details + L"\n" + heading + wide_team_header() + team_names + L"\n";
         if (!qx_message_box_hook(false, text, result, ignore_all)) return result;
     }
-    if (assertion_log::settle(log_path, logs_each_time, heading, ignore_all)) return result;
+    if (assertion_log::write(QX_ASSERTION_LOG, heading)) return result;
 
     message_txt(heading + L"\n");
     VELLUM_MESSAGE_BOX_IDS const decision = decide(heading, details, team_names, severity);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "qx/base/windows.h"
-#include "qx/diagnostics/message_box_impl.h"
+#include "qx/diagnostics/assertion_log_impl.h"
 #include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
 
@@ -195,12 +195,9 @@ TEST_F(Decisions, end_the_dialog_of_a_remote_one_that_throws_and_do_without) {
 TEST(AssertionLog, is_written_in_place_of_the_dialog) {
     test::TempFolder const folder;
     std::string const path = folder.file("log.txt");
-    bool ignore_all = false;
-    EXPECT_FALSE(QX::assertion_log::settle(nullptr, false, L"head", ignore_all));
-    EXPECT_TRUE(QX::assertion_log::settle(path.c_str(), true, L"head", ignore_all));
-    EXPECT_FALSE(ignore_all);
-    EXPECT_TRUE(QX::assertion_log::settle(path.c_str(), false, L"\xE9", ignore_all));
-    EXPECT_TRUE(ignore_all);
+    EXPECT_FALSE(QX::assertion_log::write(nullptr, L"head"));
+    EXPECT_TRUE(QX::assertion_log::write(path.c_str(), L"head"));
+    EXPECT_TRUE(QX::assertion_log::write(path.c_str(), L"\xE9"));
     EXPECT_EQ(test::read_file(path), "\r\nASSERT:\"head\"\r\n\r\nASSERT:\"\xC3\xA9\"\r\n");
 }
 
