@@ -38,7 +38,9 @@ page=docs/performance.md
 {
   sed '/<!-- tables -->/q' "$page"
   echo
-  echo "Measured on $(date -u +%Y-%m-%d), $(nproc) cores of $(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1), under $(/usr/lib/wine/wine64 --version)."
+  processor=$(sed -n 's/^model name.*: //p' /proc/cpuinfo | head -n 1)
+  echo "Measured on $(date -u +%Y-%m-%d), $(nproc) cores of $processor," \
+    "under $(/usr/lib/wine/wine64 --version)."
   for name in "${names[@]}"; do cat $build/results/"$name".md; done
   echo
   sed -n '/<!-- end of tables -->/,$p' "$page"

@@ -7,14 +7,22 @@ import sys
 import tempfile
 
 root = pathlib.Path(__file__).resolve().parent.parent
-LONG_FUNCTION = "\nint planted() {\n" + "    ;\n" * 70 + "    return 0;\n}\n"
+LONG_BODY = "() {\n" + "    ;\n" * 70 + "    return 0;\n"
+LONG_FUNCTION = "\nint planted" + LONG_BODY + "}\n"
+LONG_MEMBER = "\nstruct Planted {\nint member" + LONG_BODY + "}\n};\n"
 
 # check, file, what is added to it or put for a word of it, what the report must name
 PLANTED = [
     ("check_floors.py", "qx/base/hash.h", '\n#include "qx/app/window.h"\n', "hash"),
     ("check_floors.py", "qx/tasks/task.h", '\n#include "qx/files/pack_file.h"\n', "task"),
+    ("check_floors.py", "qx/data/csv.cpp", '\n#include "qx/memory/heap_impl.h"\n',
+     "qx/memory/heap_impl.h is of another folder"),
     ("check_style.py", "qx/base/rectangle.h", "\n// " + "long " * 30 + "\n", "rectangle.h"),
-    ("check_style.py", "qx/text/convert.cpp", LONG_FUNCTION, "convert.cpp"),
+    ("check_style.py", "qx/text/convert.cpp", LONG_FUNCTION, "a function of"),
+    ("check_style.py", "qx/text/convert.cpp", LONG_MEMBER, "a function of"),
+    ("check_style.py", "scripts/setup.sh", "\n# " + "long " * 30 + "\n", "setup.sh"),
+    ("check_style.py", "qx/data/csv.cpp", ("#include <cstdlib>\n#include <cstring>",
+                                           "#include <cstring>\n#include <cstdlib>"), "csv.cpp"),
     ("check_docs.py", "docs/arena.md", "\n`no_such_" "name_at_all`\n", "name_at_all"),
     ("check_docs.py", "docs/oddities.md", "\n`Arena.no_such_case`\n", "Arena.no_such_case"),
     ("check_docs.py", "README.md", "\n[gone](docs/gone.md)\n", "docs/gone.md"),

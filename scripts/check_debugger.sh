@@ -21,7 +21,7 @@ timeout 60 x86_64-w64-mingw32-gdb -nx -batch -ex "set sysroot" -ex "file $progra
   -ex "break show" -ex "continue" -ex "up" -ex "info locals" >build/log/debugger.log 2>&1 || true
 sed -n '/^narrow = /,/^tree = /p' build/log/debugger.log >$shown
 
-diff - $shown <<'END'
+diff - <(sed 's/, tags = /,\n  tags = /g' $shown) <<'END'
 narrow = "data\\boot.pack"
 empty = ""
 wide = "Grüße"
@@ -29,6 +29,8 @@ numbers = 3 of 8 = {11, 22, 33}
 texts = 1 of 1 = {"data\\boot.pack"}
 list = list = {5, 6}
 name = "textures\\wall.tga"
-tree = <scene> = {attributes = 1 of 8 = {id='7'}, content = "", tags = 1 of 8 = {<light> = {attributes = 0 of 0, content = "on", tags = 0 of 0, epilog = ""}}, epilog = ""}
+tree = <scene> = {attributes = 1 of 8 = {id='7'}, content = "",
+  tags = 1 of 8 = {<light> = {attributes = 0 of 0, content = "on",
+  tags = 0 of 0, epilog = ""}}, epilog = ""}
 END
 echo "the printers show $(wc -l <$shown) values as they should"

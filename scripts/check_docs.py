@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that what the documents name exists: files and links, identifiers of the code, and the tests
-that docs/oddities.md says pin an oddity."""
+"""Checks that what the documents name exists: files and links, identifiers of the code, and the
+tests that docs/oddities.md says pin an oddity."""
 import pathlib
 import re
 import subprocess

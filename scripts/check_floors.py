@@ -2,7 +2,8 @@
 """Includes run down only. Holds the table of rooms and checks every #include of qx/ against it.
 
 A room may include rooms of lower floors, and rooms of its own floor along the arrows: within a
-group, a later step may include all earlier ones ("a > b" reads: b includes a).
+group, a later step may include all earlier ones ("a > b" reads: b includes a). A header that ends
+in _impl.h is its own folder's alone.
 """
 import pathlib
 import re
@@ -13,9 +14,10 @@ FLOORS = [
      "base/hash"],
     ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex",
      "tasks/guard"],
-    ["memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],
-    ["memory/allocators > base/array_body > base/dynamic_array base/standard_containers", "memory/pools",
-     "memory/stack_allocator", "memory/transient_allocator", "memory/string_pool"],
+    ["memory/batches > memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],
+    ["memory/allocators > base/array_body > base/dynamic_array base/standard_containers",
+     "memory/pools", "memory/stack_allocator", "memory/transient_allocator",
+     "memory/string_pool"],
     ["text/basic_string > text/string > text/convert > text/parse text/match > text/format"],
     ["tasks/semaphore tasks/event > tasks/thread > tasks/thread_pool",
      "files/error_codes > files/file_streams files/mapped_file > files/memory_streams "
@@ -79,7 +81,10 @@ def main():
         for number, line in enumerate(path.read_text().splitlines(), 1):
             match = re.match(r'\s*#\s*include\s+"(qx/[^"]+)"', line)
             if match:
-                other = room_of(pathlib.Path(match.group(1)))
+                header = pathlib.Path(match.group(1))
+                other = room_of(header)
+                if header.stem.endswith("_impl") and header.parent.name != path.parent.name:
+                    faults.append(f"{shown}:{number}: {header} is of another folder")
                 if other is None or not may_include(room, other):
                     faults.append(f"{shown}:{number}: {room} may not include {match.group(1)}")
             system = re.match(r"\s*#\s*include\s+<(windows|win[a-z0-9]+|dinput|dbghelp|psapi|"

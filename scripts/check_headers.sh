@@ -9,16 +9,18 @@ compiler=x86_64-w64-mingw32-g++-posix
 check_one() {
   local header=$1
   local stamp="$out/${header//\//_}.ok"
-  [ "$stamp" -nt "$header" ] && [ -z "$(find qx -name '*.h' -newer "$stamp" -print -quit)" ] && return
+  [ "$stamp" -nt "$header" ] && [ -z "$(find qx -name '*.h' -newer "$stamp" -print -quit)" ] &&
+    return
   {
     echo "#include \"$header\""
     [ "$header" = qx/net/socket.h ] || [ "$header" = qx/qx.h ] ||
       printf '#ifdef _WINDOWS_\n#error "%s brings the system headers along"\n#endif\n' "$header"
-  } | $compiler -std=gnu++20 -I. -Wall -Wextra -Werror -fsyntax-only -x c++ - && touch "$stamp"
+  } | $compiler -std=gnu++20 -I. -Wall -Wextra -Werror -fsyntax-only -x c++ - && touch "$stamp" ||
+    { echo "headers: $header does not stand alone"; return 255; }
 }
 export -f check_one
 export out compiler
 
 find qx -name '*.h' ! -name '*_impl.h' ! -path qx/base/windows.h -print0 |
-  xargs -0 -P 2 -I{} bash -c 'check_one "$1" || { echo "headers: $1 does not stand alone"; exit 255; }' _ {}
+  xargs -0 -P 2 -I{} bash -c 'check_one "$1"' _ {}
 echo "headers: $(find qx -name '*.h' ! -name '*_impl.h' | wc -l) stand alone"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes the archive, unpacks it into an empty folder, checks that it holds what it should and nothing
-# else, all of one version, and builds and runs the client project against it.
+# Makes the archive, unpacks it into an empty folder, checks that it holds what it should and
+# nothing else, all of one version, and builds and runs the client project against it.
 #
 #   scripts/check_package.sh    expects a finished build in build/mingw
 set -euo pipefail
@@ -22,7 +22,8 @@ wanted() {
     lib/cmake/QXLibs/QXLibs{Config,ConfigVersion,Targets,Targets-release}.cmake \
     share/qxlibs/{README.md,CHANGELOG.md,LICENSE} \
     share/qxlibs/debugger/{qxlibs.natvis,qxlibs_gdb.py} include/qx/memory/client_new.cpp
-  find qx -name '*.h' ! -name '*_impl.h' ! -path qx/base/windows.h | sed 's:^:include/:'
+  find qx -name '*.h' ! -name '*_impl.h' |
+    grep -vxE 'qx/(base/windows|base/block_scan|memory/batches)\.h' | sed 's:^:include/:'
   find docs examples -type f ! -name exports.txt ! -name CMakeLists.txt ! -name '*.args' |
     sed 's:^:share/qxlibs/:'
 }

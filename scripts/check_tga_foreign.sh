@@ -34,7 +34,8 @@ for file in "$folder"/*.tga; do
   count=$((count + 1))
 done
 QX_FOREIGN_TGA="Z:$folder" $wine "$build/bin/images_test.exe" --gtest_filter='ForeignTGA.*' \
-  --gtest_also_run_disabled_tests --gtest_brief=1 >"$folder/log" 2>&1 || { cat "$folder/log"; exit 1; }
+  --gtest_also_run_disabled_tests --gtest_brief=1 >"$folder/log" 2>&1 ||
+  { cat "$folder/log"; exit 1; }
 
 # And back: the library wrote NAME.out.tga with alpha, in another orientation each.
 for file in "$folder"/*.out.tga; do

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the natvis views: well-formed, and every type and field that they name stands in the header
-that the comment above the view names."""
+"""Checks the natvis views: well-formed, and every type and field that they name stands in the
+header that the comment above the view names."""
 import pathlib
 import re
 import sys

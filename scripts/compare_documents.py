@@ -179,9 +179,10 @@ def main():
     for text in differences[:10]:
         print(text)
     reasons = ", ".join(f"{n} with {what}" for what, n in passed_over.most_common())
-    print(f"{'second' if second else 'first'} parser: {len(names)} documents of {size} bytes without a "
-          f"fault, {parsed} parsed; {compared} compared ({totals[0]} tags, {totals[1]} attributes, "
-          f"{totals[2]} characters), {len(differences)} differ; passed over: {reasons or 'none'}")
+    print(f"{'second' if second else 'first'} parser: {len(names)} documents of {size} bytes "
+          f"without a fault, {parsed} parsed; {compared} compared ({totals[0]} tags, "
+          f"{totals[1]} attributes, {totals[2]} characters), {len(differences)} differ; "
+          f"passed over: {reasons or 'none'}")
     return 1 if differences or not names else 0
 
 

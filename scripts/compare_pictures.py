@@ -44,8 +44,9 @@ def main():
         if ours != theirs:
             at = next((i for i, (a, b) in enumerate(zip(ours, theirs)) if a != b),
                       min(len(ours), len(theirs))) // 4
-            print(f"{path.name}: pixel ({at % width}, {at // width}) is {ours[at * 4:at * 4 + 4].hex()}"
-                  f", the other decoder says {theirs[at * 4:at * 4 + 4].hex()}")
+            print(f"{path.name}: pixel ({at % width}, {at // width}) is "
+                  f"{ours[at * 4:at * 4 + 4].hex()}, the other decoder says "
+                  f"{theirs[at * 4:at * 4 + 4].hex()}")
             return 1
         count += 1
     print(f"{count} pictures, every pixel equal")

@@ -99,7 +99,8 @@ $wine $build/bin/parallel_mips.exe $work/pictures.pack $key 2>/dev/null | tr -d 
   fail "tasks give other levels than one loop"
 
 cp $out/contact_sheet.tga $work/
-$magick $work/contact_sheet.tga -auto-orient $work/contact_sheet.png || fail "the contact sheet is no picture"
+$magick $work/contact_sheet.tga -auto-orient $work/contact_sheet.png ||
+  fail "the contact sheet is no picture"
 echo "demo: showing pictures in a window for some seconds"
 shown=$work/shown
 mkdir -p $shown

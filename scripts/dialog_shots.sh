@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Opens the assertion dialog with texts from one word to a screenful and with every team, and saves a
-# picture of each for a person to look at.
+# Opens the assertion dialog with texts from one word to a screenful and with every team, and saves
+# a picture of each for a person to look at.
 #
 #   scripts/dialog_shots.sh [FOLDER]    default: build/shots
 #
@@ -14,7 +14,9 @@ cases="word short long lines screen teams $(seq 0 13)"
 [ -f "$program" ] || { echo "dialog_shots: $program is not built (ninja assertions)" >&2; exit 2; }
 shooter=/usr/bin/import
 for tool in "$shooter" xdotool; do
-  command -v "$tool" >/dev/null || { echo "dialog_shots: $tool is missing (imagemagick, xdotool)" >&2; exit 2; }
+  command -v "$tool" >/dev/null && continue
+  echo "dialog_shots: $tool is missing (imagemagick, xdotool)" >&2
+  exit 2
 done
 
 . scripts/wine_session.sh

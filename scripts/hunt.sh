@@ -30,7 +30,7 @@ ends=$((SECONDS + 60 * minutes))
 first_seed=$(date +%s)
 
 # found LANE HOW: notes a find. ran LANE: counts a run.
-found() { echo "hunt: FOUND: $2" | tee -a "$log/$1.found"; }
+found() { echo "hunt: FOUND: ${*:2}" | tee -a "$log/$1.found"; }
 ran() { echo >>"$log/$1.runs"; }
 
 # tests LANE PRESET SEED [CTEST ARGUMENTS…]
@@ -78,7 +78,8 @@ models_lane() {
       QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 timeout 240 $wine "build/$preset/bin/tasks_test.exe" \
         --gtest_filter='SchedulerSoak.*' >"$log/soak.log" 2>&1 && continue
       tail -n 20 "$log/soak.log"
-      found models "QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 build/$preset/bin/tasks_test.exe --gtest_filter=SchedulerSoak.*"
+      found models "QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 build/$preset/bin/tasks_test.exe" \
+        "--gtest_filter=SchedulerSoak.*"
       return 1
     done
     seed=$((seed + 1))
@@ -93,5 +94,6 @@ wait $fuzz_pid $models_pid
 
 count() { cat "$log"/$1 2>/dev/null | wc -l; }
 finds=$(count '*.found')
-echo "hunt: $minutes minutes, $(count fuzz.runs) runs of fuzz targets, $(count models.runs) of tests and soak, $finds finds"
+echo "hunt: $minutes minutes, $(count fuzz.runs) runs of fuzz targets," \
+  "$(count models.runs) of tests and soak, $finds finds"
 [ "$finds" -eq 0 ]

@@ -7,7 +7,8 @@
 #   scripts/real_documents.sh --short    only what the tests' own packages have installed
 set -euo pipefail
 cd "$(dirname "$0")/.."
-packages=(shared-mime-info xkb-data fontconfig-config adwaita-icon-theme iso-codes libgirepository1.0-dev)
+packages=(shared-mime-info xkb-data fontconfig-config adwaita-icon-theme iso-codes
+  libgirepository1.0-dev)
 folder=$PWD/build/documents
 
 fetch() {
@@ -30,7 +31,8 @@ list() {
   else
     set -- "$folder/root"
   fi
-  find "$@" -type f \( -name '*.xml' -o -name '*.svg' -o -name '*.conf' -o -name '*.gir' \) 2>/dev/null |
+  find "$@" -type f \( -name '*.xml' -o -name '*.svg' -o -name '*.conf' -o -name '*.gir' \) \
+    2>/dev/null |
     while read -r name; do head -c 200 "$name" | grep -q '<' && echo "$name"; done | sort
 }
 

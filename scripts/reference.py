@@ -12,12 +12,13 @@ import re
 import sys
 
 root = pathlib.Path(__file__).resolve().parent.parent
+PRIVATE = {"windows.h", "block_scan.h", "batches.h"}  # not installed
 NOISE = re.compile(r"^\s*(#|namespace\b|\} +// namespace|public:|extern template)")
 
 
 def public_headers():
     for path in sorted((root / "qx").glob("*/*.h")):
-        if not path.stem.endswith("_impl") and path.name != "windows.h":
+        if not path.stem.endswith("_impl") and path.name not in PRIVATE:
             yield path
 
 
@@ -47,7 +48,8 @@ def strip_private(lines):
     """Drops private sections, to the end of the class that opened them, and namespaces DETAIL."""
     kept, skip, inside = [], None, False
     for at, line in enumerate(lines):
-        inside = (inside or line.startswith("namespace DETAIL")) and line != "}  // namespace DETAIL"
+        inside = ((inside or line.startswith("namespace DETAIL")) and
+                  line != "}  // namespace DETAIL")
         if inside:
             kept.append("")
             continue
@@ -83,7 +85,8 @@ def page(path, warnings):
             out += [head[:1].upper() + head[1:], "", *text[1:], ""]
             first = False
             continue
-        declares = any("QX_API" in line or re.match(r"\s*(class|struct|enum|template)\b.*[{;]", line)
+        declares = any("QX_API" in line or
+                       re.match(r"\s*(class|struct|enum|template)\b.*[{;]", line)
                        for line in code)
         documented = text or any("//" in line for line in code)
         forward = all(re.match(r"\s*(class|struct|enum)\b[^{]*;$|\s*template <.*>$", line)

@@ -21,14 +21,17 @@ private_apt() {
   local base=$out/apt
   mkdir -p "$base/lists/partial" "$base/cache/archives/partial" "$base/etc"
   sed 's/^Types: .*/Types: deb deb-src/; s/^deb /deb-src /' \
-    /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list 2>/dev/null >"$base/etc/rivals.sources" || true
+    /etc/apt/sources.list.d/debian.sources /etc/apt/sources.list \
+    2>/dev/null >"$base/etc/rivals.sources" || true
   apt-get -o Dir::Etc::sourcelist=/dev/null -o Dir::Etc::sourceparts="$base/etc" \
     -o Dir::State::lists="$base/lists" -o Dir::Cache="$base/cache" -o APT::Sandbox::User=root "$@"
 }
 
 prepare_fetching() {
   echo "rivals: fetching"
-  command -v dpkg-source >/dev/null || DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends dpkg-dev >/dev/null
+  command -v dpkg-source >/dev/null ||
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends dpkg-dev \
+      >/dev/null
   private_apt update -qq
 }
 

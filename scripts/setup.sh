@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what building and testing need on Debian 12, once. Sourced or called by the other scripts.
+# Installs what building and testing need on Debian 12, once. Sourced or called by the others.
 set -euo pipefail
 
 packages=(

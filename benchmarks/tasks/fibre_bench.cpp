@@ -1,7 +1,7 @@
 // fibre_bench.cpp - stepping from stack to stack, beside the system's own fibres.
 #include "benchmarks/bench.h"
-#include "qx/tasks/fibre.h"
 #include "qx/base/windows.h"
+#include "qx/tasks/fibre.h"
 
 #include <vector>
 

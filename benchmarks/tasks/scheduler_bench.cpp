@@ -1,8 +1,8 @@
 // scheduler_bench.cpp - spawning, joining, waking, with the main thread and one worker, beside the
 // system's thread pool, its fibres, events and condition variables.
 #include "benchmarks/bench.h"
-#include "qx/qx.h"
 #include "qx/base/windows.h"
+#include "qx/qx.h"
 
 #include <atomic>
 

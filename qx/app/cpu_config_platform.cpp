@@ -1,5 +1,5 @@
-#include "qx/base/windows.h"
 #include "qx/app/cpu_config_impl.h"
+#include "qx/base/windows.h"
 
 #include <cpuid.h>
 

@@ -2,8 +2,8 @@
 #include "qx/app/application.h"
 #include "qx/app/input.h"
 #include "qx/app/input_impl.h"
-#include "qx/app/key_table_impl.h"
 #include "qx/app/input_touch_impl.h"
+#include "qx/app/key_table_impl.h"
 #include "qx/app/window.h"
 #include "qx/base/windows.h"
 

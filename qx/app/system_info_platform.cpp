@@ -1,5 +1,5 @@
-#include "qx/base/windows.h"
 #include "qx/app/system_info.h"
+#include "qx/base/windows.h"
 
 #include <cstddef>
 

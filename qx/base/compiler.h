@@ -1,4 +1,5 @@
-// compiler.h - what differs between compilers, and the graded internal checks.
+// compiler.h - the compiler's marks and builtins under names of ours, what instrumented builds are
+// told, and the internal checks.
 //
 // QX_CHECK(condition) costs nothing unless the library is built with QX_CHECKS; then a false
 // condition traps. It guards the library's own invariants, never a caller's arguments.
@@ -8,6 +9,10 @@
 #define QX_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
 #define QX_NOINLINE __attribute__((noinline))
 #define QX_ALWAYS_INLINE inline __attribute__((always_inline))
+
+// Before a function that looks at whole blocks of a text: it may read past the text's end, never
+// past the page that the text lies in. The instrumented builds are told to leave these reads alone.
+#define QX_READS_PAST_END __attribute__((no_sanitize("address")))
 
 // At a function's end: its last call is a true one, so that the function shows in a stack.
 #define QX_KEEP_FRAME() asm volatile("")

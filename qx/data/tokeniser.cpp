@@ -3,7 +3,7 @@
 #include <array>
 #include <cstring>
 
-#include "qx/base/block_scan_impl.h"
+#include "qx/base/block_scan.h"
 #include "qx/base/compiler.h"
 
 namespace QX {

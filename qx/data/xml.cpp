@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "qx/data/xml_tree_impl.h"
-#include "qx/memory/heap_impl.h"
+#include "qx/memory/batches.h"
 
 namespace QX {
 

@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "qx/base/block_scan_impl.h"
+#include "qx/base/block_scan.h"
 #include "qx/base/compiler.h"
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"
 #include "qx/files/file_streams.h"
-#include "qx/memory/heap_impl.h"
+#include "qx/memory/batches.h"
 
 namespace QX {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "qx/base/block_scan_impl.h"
+#include "qx/base/block_scan.h"
 #include "qx/base/compiler.h"
 #include "qx/data/entities.h"
 #include "qx/data/xml.h"

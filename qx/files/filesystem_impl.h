@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "qx/base/block_scan_impl.h"
+#include "qx/base/block_scan.h"
 #include "qx/memory/heap.h"
 
 namespace QX::path_shape {

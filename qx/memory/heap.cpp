@@ -4,6 +4,7 @@
 #include <new>
 
 #include "qx/memory/arena_impl.h"
+#include "qx/memory/batches.h"
 #include "qx/memory/heap_impl.h"
 #include "qx/memory/report.h"
 

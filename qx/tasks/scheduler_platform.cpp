@@ -1,6 +1,6 @@
 // scheduler_platform.cpp - the system half: threads' own records, sleeping, processors.
-#include "qx/base/windows.h"
 #include "qx/app/cpu_config.h"
+#include "qx/base/windows.h"
 #include "qx/tasks/scheduler_impl.h"
 #include "qx/tasks/thread_impl.h"
 

@@ -240,8 +240,7 @@ CharT const* CHAR_TRAITS<CharT>::find(CharT const* text, unsigned int count, Cha
 
 // Reads whole aligned blocks, which never reach into a page that the text does not.
 template <typename CharT>
-__attribute__((no_sanitize("address"))) unsigned int
-CHAR_TRAITS<CharT>::measure(CharT const* text) {
+QX_READS_PAST_END unsigned int CHAR_TRAITS<CharT>::measure(CharT const* text) {
     auto const start = reinterpret_cast<std::uintptr_t>(text);
     if (sizeof(CharT) > 1 && start % sizeof(CharT) != 0) {
         unsigned int count = 0;

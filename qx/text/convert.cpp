@@ -4,11 +4,11 @@
 
 #include <cstdint>
 
+#include "qx/base/compiler.h"
+
 // Both directions work on blocks of 16 bytes and fall back to single steps. The terminator is
 // looked for as they go, so blocks are read past it, but never from a page that the text does not
-// reach; nothing is written behind what the target must hold anyway. Instrumented builds are told
-// to leave these reads alone.
-#define QX_READS_PAST_END __attribute__((no_sanitize("address")))
+// reach; nothing is written behind what the target must hold anyway.
 
 namespace QX {
 

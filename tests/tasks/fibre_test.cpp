@@ -1,7 +1,7 @@
 // The switch between stacks, by itself.
-#include "qx/tasks/fibre.h"
 #include "qx/base/compiler.h"
 #include "qx/base/windows.h"
+#include "qx/tasks/fibre.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Atomics, mutexes, semaphores, events and thread starts.
-#include "qx/qx.h"
 #include "qx/base/windows.h"
+#include "qx/qx.h"
 #include "tests/harness/stand_in.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // scheduler_fixture.h - the scheduler on as many processors as a case wants.
 #pragma once
 
-#include "qx/qx.h"
 #include "qx/base/windows.h"
+#include "qx/qx.h"
 #include "tests/harness/stand_in.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // soak.h - what a long run watches: that something moves, and that nothing is left behind.
 #pragma once
 
-#include "qx/memory/arena.h"
 #include "qx/base/windows.h"
+#include "qx/memory/arena.h"
 #include "tests/harness/random.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// block_scan_impl.h - looks through terminated text 16 bytes at a time.
+// block_scan.h - looks through terminated text 16 bytes at a time; for the library, not installed.
 //
 // A block may be read past the text's terminator, but never past the page that the text lies in.
 #pragma once
@@ -15,8 +15,7 @@ inline bool fits_page(void const* at) {
     return (reinterpret_cast<std::uintptr_t>(at) & 4095) <= 4096 - sizeof(__m128i);
 }
 
-// The instrumented builds would take the bytes behind the terminator for a fault.
-__attribute__((no_sanitize("address"))) inline __m128i load(void const* at) {
+QX_READS_PAST_END inline __m128i load(void const* at) {
     return _mm_loadu_si128(static_cast<__m128i const*>(at));
 }
 
