@@ -52,14 +52,12 @@ TEST(XmlParser, reads_each_form_as_told) {
         {"<a>x<b/>y<c/>z</a>t", "?xml(a\"x\"(b~y c~z)~t)"},
         // The declaration.
         {"<?XmL\tversion='1.0' encoding = \"x\" ?> <a/>", "?xml@version=1.0@encoding=x\" \"(a)"},
-        {"<?xml?>", "?xml(?xml?)"},
         // Attributes: the '=' and the quote are taken on trust.
         {"<a b = '1'b=\"2\"\n/>", "?xml(a@b=1@b=2)"},
         {"<a b=1 d='2' 1e='3'>", "?xml(a@b= d='2' @e=3)"},
         {"<a b:'1' ='2'>", "?xml(a@b:'1'=2)"},
         {"<a b x1y1>", "?xml(a@b=y)"},
         {"<a =='1'>", "?xml(a@==1)"},
-        {"<a b=&x&>", "?xml(a@b=x)"},
         // Names.
         {"<a/b/>t", "?xml(a~/>t)", "?xml(a/b~t)"},
         {"<>x</>", "?xml(\"x\")"},
@@ -70,16 +68,12 @@ TEST(XmlParser, reads_each_form_as_told) {
         // Ends: not compared, and not needed.
         {"<a><b>x", "?xml(a(b\"x\"))"},
         {"<a>x</a y=z>w", "?xml(a\"x\"~w)"},
-        {"<a/></b>rest", "?xml(a)"},
         // Cut short.
         {"<", "!?xml()"},
-        {"<a ", "!?xml(a)"},
         {"<a b='x", "!?xml(a@b=)"},
         {"<a/", "!?xml(a)", "!?xml()"},
-        {"<a></a", "!?xml(a)"},
         {"x<!-- -", "!?xml\"x\""},
         {"x&lt", "!?xml\"x\""},
-        {"<?xml ", "!?xml"},
         {"\xEF\xBB\xBF<a/>", "!"},
     });
 }
@@ -89,19 +83,14 @@ TEST(XmlParser, references_have_one_rule_in_attributes_and_another_in_content) {
         // The second parser has named characters only, and no apos.
         {"<a n='&lt;&apos;&#00065;&#0;&#xE9;&#x41;&#xFFff;&#65535;'/>",
          "?xml(a@n=<'A\xC3\xA9" "A\xEF\xBF\xBF\xEF\xBF\xBF)", "!0?xml(a@n=<)"},
-        {"<a n='&lt;&#65;'/>", "?xml(a@n=<A)", "!0?xml(a@n=<)"},
         // Behind "#x" content has decimal digits.
         {"<a>&lt;&apos;&#65;&#0;&#x41;&#x10000;", "?xml(a\"<'A)\xE2\x9C\x90\")", "!0?xml(a\"<\")"},
-        {"<a>&lt;&#65;", "?xml(a\"<A\")", "!0?xml(a\"<\")"},
         {"<a>&#xE9;", "!0?xml(a)"},
-        {"<a>&#65536;", "!0?xml(a)"},
         {"<a>&#`;", "!0?xml(a)"},
         {"<a n='&#x10000;'/>", "!0?xml(a@n=)"},
         {"<a n='&#x100000041;'/>", "!0?xml(a@n=)"},
-        {"<a n='&#x@;'/>", "!0?xml(a@n=)"},
         {"<a n='&#x;'/>", "!0?xml(a@n=)"},
         {"<a n='&;'/>", "!0?xml(a@n=)"},
-        {"<a n='&LT;'/>", "!0?xml(a@n=)"},
     });
 }
 // clang-format on
@@ -123,11 +112,9 @@ TEST(XmlParser, every_named_character_is_found_by_name_and_by_code) {
 template <typename Document>
 void expect_one_reading(std::string const& text) {
     std::string const at_one_go = read<Document>(text);
-    auto const hook = QX::allocation_hook;
-    QX::allocation_hook = [](void const*, unsigned int) {};
-    std::string const step_by_step = read<Document>(text);
+    auto const hook = std::exchange(QX::allocation_hook, [](void const*, unsigned int) {});
+    EXPECT_EQ(at_one_go, read<Document>(text)) << text;
     QX::allocation_hook = hook;
-    EXPECT_EQ(at_one_go, step_by_step) << text;
 }
 
 TEST(XmlParser, damaged_documents_are_read_within_bounds_and_in_both_ways_alike) {
@@ -162,25 +149,21 @@ TEST(XmlParser, running_out_of_memory_anywhere_leaves_a_sound_tree) {
 }
 
 TEST(XmlParser, files_are_read_whole_and_marked_wide_text_is_narrowed) {
-    struct {
-        std::string bytes;
-        char const* tree;
-        int start = 0;
-    } const files[] = {
-        {"<a b='c'/>", "?xml(a@b=c)"},
-        {std::string("\xFF\xFE<\0a\0/\0>\0", 10), "?xml(a)"},
-        {std::string("\xFE\xFF\0<\0a\0/\0>", 10), "?xml(a)"},
-        {"", "!"},
-        {"\xFF", "!"},
+    std::tuple<std::string, char const*, int> const files[] = {
+        {"<a b='c'/>", "?xml(a@b=c)", 0},
+        {std::string("\xFF\xFE<\0a\0/\0>\0", 10), "?xml(a)", 0},
+        {std::string("\xFE\xFF\0<\0a\0/\0>", 10), "?xml(a)", 0},
+        {"", "!", 0},
+        {"\xFF", "!", 0},
         {"<a/><b/>", "!", 4},
     };
     test::TempFolder const folder;
-    for (auto const& row : files) {
-        QX::FileIn file(folder.write("in.xml", row.bytes).c_str(), false);
-        file.seek(row.start);
+    for (auto const& [bytes, expected, start] : files) {
+        QX::FileIn file(folder.write("in.xml", bytes).c_str(), false);
+        file.seek(start);
         QX::XMLParser tree;
         bool const good = tree.parse(file);
-        EXPECT_EQ((good ? "" : "!") + test::dump(tree), row.tree);
+        EXPECT_EQ((good ? "" : "!") + test::dump(tree), expected);
     }
     QX::FileIn closed;
     EXPECT_FALSE(QX::XMLParser().parse(closed));

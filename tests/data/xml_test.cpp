@@ -26,9 +26,7 @@ TEST(Xml, finders_give_the_first_match_and_go_on_from_a_place) {
     EXPECT_EQ(a->find_attribute("n", n + 3), a->attributes.end());
     // A later duplicate counts, and the child's own name does not.
     EXPECT_EQ(fixed.find_tag_with_attribute("n", "3"), a);
-    EXPECT_EQ(fixed.find_tag_with_attribute("k", "2", a + 1) - fixed.tags.begin(), 2);
-    tree.find_tag("b")->find_attribute("k")->value = "7";
-    EXPECT_EQ(tree.find_tag_with_attribute("k", "7") - tree.tags.begin(), 2);
+    EXPECT_EQ(tree.find_tag_with_attribute("k", "2", tree.tags.begin() + 2) - tree.tags.begin(), 2);
 }
 
 TEST(Xml, copies_are_deep_and_may_come_from_inside) {
@@ -36,28 +34,15 @@ TEST(Xml, copies_are_deep_and_may_come_from_inside) {
     QX::XML copy = tree;
     copy.tags[0].tags[1].content = "changed";
     EXPECT_STREQ(tree.tags[0].tags[1].content.c_str(), "z");
-    QX::XML::Tag tag = tree;
-    tag = tag.tags[0];
-    EXPECT_EQ(dump(tag), dump(tree.tags[0]));
+    QX::XML::Tag tag = tree.tags[0];
     tag = std::move(tag.tags[1]);
     EXPECT_EQ(dump(tag), "c\"z\"");
-    tag.clear();
-    EXPECT_EQ(dump(tag), "");
-    EXPECT_NE(tag.content.capacity(), 0u);
 }
 
 TEST(Xml, comments_are_cut_out_of_a_text) {
-    char const* const rows[][2] = {
-        {"a<!-- <b> --><!---->c<!--d-->e", "ace"},
-        {"a='<!-- x -->'<!-b-->", "a=''<!-b-->"},
-        {"a<!-- b", "a"},
-        {"a<!-->b-->c", "ac"},
-    };
-    for (auto const& [whole, stripped] : rows) {
-        std::string text = whole;
-        QX::XML::strip_comments(text.data());
-        EXPECT_STREQ(text.c_str(), stripped);
-    }
+    std::string text = "a<!-- <b> --><!---->c='<!--d-->'<!-b--><!-->e-->f<!-- b";
+    QX::XML::strip_comments(text.data());
+    EXPECT_STREQ(text.c_str(), "ac=''<!-b-->f");
 }
 
 TEST(Xml, trimming_takes_control_characters_and_every_byte_above_ascii) {
@@ -75,8 +60,6 @@ TEST(Xml, sorting_orders_attributes_and_then_tags) {
         {"<a y='1' x='2' x='1'/>", "?xml(a@x=1@x=2@y=1)"},
         {"<a k='2' z=''/><a k='1' y='' z=''/><a/>", "?xml(a a@k=2@z= a@k=1@y=@z=)"},
         {"<a k='2' z=''/><a k='1' y='' z=''/><a/>", "?xml(a a@k=1@y=@z= a@k=2@z=)", "k"},
-        {"<a x='2'/><a x='1'/><a w='3'/>", "?xml(a@w=3 a@x=1 a@x=2)"},
-        {"<a><c/></a><a><b/><d/></a><a><b/></a><a/>", "?xml(a a(b) a(b d) a(c))"},
         {"<a><b/><c><z/></c></a><a><c><y/></c><b/></a>", "?xml(a(b c(y)) a(b c(z)))"},
         {"<a\xE9/>1<ab/>2<aa/>3", "?xml(a\xE9~1 aa~3 ab~2)"},
     };
@@ -85,8 +68,7 @@ TEST(Xml, sorting_orders_attributes_and_then_tags) {
         xml_sort_no_epilog(tree, row.attribute);
         EXPECT_EQ(dump(tree), row.sorted) << row.text;
     }
-    // The attribute's name may stand in the tree: what counts is what the first sorting puts there,
-    // "v" here. The document's own attributes are sorted too.
+    // The attribute's name may stand in the tree: what counts is what the first sorting puts there.
     auto tree = parsed<QX::XML>("<?xml b='1' a='2'?><k w='1' v='2'/><k v='1' w='2'/>");
     xml_sort_no_epilog(tree, tree.tags[0].attributes[0].name);
     EXPECT_EQ(dump(tree), "?xml@a=2@b=1(k@v=1@w=2 k@v=2@w=1)");
@@ -146,17 +128,15 @@ TEST(Xml, equality_takes_attributes_and_children_in_any_order_and_passes_over_te
 // Recursion would run out of stack long before this depth, and a look at all for each would not
 // end.
 TEST(Xml, trees_of_any_depth_and_width_live_and_die) {
-    struct {
-        char const* start;
-        char const* end;
-        int written_size;  // of each level
-    } const shapes[] = {{"<a>", "", 7}, {"<a><b/>", "</a>", 12}, {"<a/>", "", 5}};
+    // Start, end, and the size written of each level.
+    constexpr std::tuple<char const*, char const*, int> shapes[] = {
+        {"<a>", "", 7}, {"<a><b/>", "</a>", 12}, {"<a/>", "", 5}};
     int const depth = 100000;
-    for (auto const& shape : shapes) {
+    for (auto const& [start, end, written_size] : shapes) {
         std::string text, ends;
-        for (int i = 0; i < depth; ++i) text += shape.start, ends += shape.end;
+        for (int i = 0; i < depth; ++i) text += start, ends += end;
         QX::XML const tree = parsed<QX::XML>(text + ends);
-        EXPECT_NEAR(tree.calculate_xml_size(false, false), shape.written_size * depth, 2);
+        EXPECT_NEAR(tree.calculate_xml_size(false, false), written_size * depth, 2);
         QX::XML copy = tree;
         std::reverse(copy.tags.begin(), copy.tags.end());
         EXPECT_TRUE(copy == tree);
