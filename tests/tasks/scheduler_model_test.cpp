@@ -1,5 +1,6 @@
 // The queues against a plain model. Every thread moves only when the case says so: a worker is held
 // by the task that it took last, and takes the next one when it is let go.
+#include "qx/tasks/scheduler_impl.h"
 #include "tests/harness/random.h"
 #include "tests/tasks/scheduler_fixture.h"
 
@@ -134,6 +135,13 @@ public:
             });
             tell(worker, [] { return stay; });
         }
+        // As many fibres at once as there are places for their records.
+        for (; made_ < 40; ++made_) {
+            Made const made = {made_, fiberful, main_thread, normal, 0};
+            model_.push({made}, 0);
+            task::spawn(fiberful, main_thread, normal, [=, this] { perform(made); });
+        }
+        run_main_chain();
     }
 
     // Every task is left to run as it will.
@@ -217,6 +225,10 @@ private:
         EXPECT_EQ(task::this_task::id(), id);
         if (id != 0) {
             EXPECT_EQ(static_cast<std::byte*>(stack) - lowest, 1 << 20);
+            auto const& fibre = *static_cast<task::detail::Fibre*>(stack);
+            EXPECT_LE(
+                fibre.offset + sizeof fibre,
+                QX::arena::block_size(static_cast<unsigned char*>(stack) - fibre.offset));
             EXPECT_EQ(std::count(lowest, lowest + marked, mark), marked);
         }
         ++ended_;
