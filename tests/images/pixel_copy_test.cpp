@@ -65,23 +65,6 @@ TEST(PixelCopy, converts_every_pair_of_formats_as_the_plain_rules_tell) {
     }
 }
 
-TEST(PixelCopy, weighs_every_colour_to_grey_with_exact_rounding) {
-    std::vector<unsigned int> colours(65536);
-    Bytes wide(65536), narrow(65536);
-    for (unsigned int red = 0; red < 256; ++red) {
-        for (unsigned int i = 0; i < 65536; ++i) colours[i] = 0xAB000000 | red << 16 | i;
-        ConstPixelAccessorDescriptor const in(colours.data(), 65536, 1, 0, PIXEL_FORMAT_A8R8G8B8);
-        PixelAccessorDescriptor(wide.data(), 65536, 1, 0, PIXEL_FORMAT_GREY8).copy(in);
-        narrow_row(PIXEL_FORMAT_A8R8G8B8, PIXEL_FORMAT_GREY8)(narrow.data(), in.data, 65536);
-        unsigned int wrong = 0;
-        for (unsigned int i = 0; i < 65536; ++i) {
-            unsigned int const level = (28 * (i & 255) + 150 * (i >> 8) + 76 * red + 127) / 254;
-            wrong += wide[i] != level || narrow[i] != level;
-        }
-        ASSERT_EQ(wrong, 0u) << "red " << red;
-    }
-}
-
 TEST(PixelCopy, touches_nothing_but_the_common_rectangle_of_padded_views) {
     test::Random random(1);
     for (int round = 0; round < 4000; ++round) {
@@ -114,16 +97,15 @@ TEST(PixelCopy, touches_nothing_but_the_common_rectangle_of_padded_views) {
 TEST(PixelCopy, gives_the_same_pixels_in_images_larger_than_the_cache) {
     test::Random random(3);
     for (auto const from : {PIXEL_FORMAT_R8G8B8, PIXEL_FORMAT_X8R8G8B8}) {
-        for (unsigned int const gap : {0u, 5u}) {
-            unsigned int const width = 2503, height = 1201, stride = width * 4 + gap;
-            Bytes const source = random_bytes(random, std::size_t{stride} * height);
-            Bytes expected(source.size(), 0x55), target = expected;
-            ConstPixelAccessorDescriptor const in(source.data(), width, height, stride, from);
-            test::plain_copy({expected.data(), width, height, stride, PIXEL_FORMAT_X8R8G8B8}, in);
-            PixelAccessorDescriptor(target.data(), width, height, stride, PIXEL_FORMAT_X8R8G8B8)
-                .copy(in);
-            EXPECT_TRUE(target == expected) << from << ", gap of " << gap;
-        }
+        unsigned int const width = 2503, height = 1201, stride = width * 4 + 5;
+        Bytes const source = random_bytes(random, std::size_t{stride} * height);
+        Bytes expected(source.size(), 0x55), target = expected;
+        ConstPixelAccessorDescriptor const in(source.data(), width, height, stride, from);
+        PixelAccessorDescriptor out(expected.data(), width, height, stride, PIXEL_FORMAT_X8R8G8B8);
+        test::plain_copy(out, in);
+        out.data = target.data();
+        EXPECT_TRUE(out.copy(in));
+        EXPECT_TRUE(target == expected) << from;
     }
 }
 
@@ -132,9 +114,8 @@ TEST(PixelCopy, refuses_formats_without_pixels_and_changes_nothing) {
         Bytes bytes(64, 7), before = bytes;
         PixelAccessorDescriptor const good(bytes.data(), 4, 4, 16, PIXEL_FORMAT_A8R8G8B8);
         PixelAccessorDescriptor const odd(bytes.data(), 4, 4, 16, PixelFormat(bad));
-        Bytes const source(64, 1);
-        EXPECT_FALSE(odd.copy({source.data(), 4, 4, 16, PIXEL_FORMAT_A8R8G8B8})) << bad;
-        EXPECT_FALSE(good.copy({source.data(), 4, 4, 16, PixelFormat(bad)})) << bad;
+        EXPECT_FALSE(odd.copy(good)) << bad;
+        EXPECT_FALSE(good.copy(odd)) << bad;
         EXPECT_FALSE(odd.clear(0, 0, 4, 4, {1, 2, 3, 4})) << bad;
         EXPECT_EQ(bytes, before);
     }
