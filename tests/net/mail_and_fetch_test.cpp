@@ -162,7 +162,7 @@ TEST(Mail, a_wrong_reply_a_closed_peer_and_a_failed_read_end_the_talk_at_every_s
     constexpr std::size_t sends_before[] = {0, 1, 2, 3, 4, 7, 8};
     for (std::size_t step = 0; step < willing.size(); ++step) {
         for (auto const& [reply, end_code, result] :
-             {std::tuple("421 no\r\n", 0, -421), {"2", 0, 0}, {"25", 10060, 10060}}) {
+             {std::tuple("421 no\r\n", 0, -421), {"2", 0, 0}, {"25\n", 10060, 10060}}) {
             Fake fake;
             fake.replies.assign(willing.begin(), willing.begin() + static_cast<int>(step));
             fake.replies.emplace_back(reply);
