@@ -27,7 +27,8 @@ void expect_ends() {
     EXPECT_TRUE(buffer.write("abcdef", 6) == 6 && buffer.status() == QX::FILE_OK);
     EXPECT_TRUE(buffer.write("0123456789", 10) == 4 && buffer.status() == QX::FILE_END_OF_FILE);
     EXPECT_TRUE(buffer.seek(-1) && buffer.tell() == 9 && buffer.seek(10));
-    EXPECT_TRUE(!buffer.seek(11) && buffer.tell() == 11 && buffer.read(block.data(), 5) == 0);
+    unsigned int const past = std::is_same_v<Buffer, TestMemBuffer> ? ~0u : 0;
+    EXPECT_TRUE(!buffer.seek(11) && buffer.tell() == 11 && buffer.read(block.data(), 5) == past);
     EXPECT_TRUE(!buffer.seek(-12) && buffer.tell() == ~1u);
 }
 
