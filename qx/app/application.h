@@ -62,7 +62,8 @@ public:
 };
 
 // Told by the host whenever the process gains or loses the focus. Starts false; while it is false
-// the keyboard answers that no key is pressed.
+// the keyboard answers that no key is pressed. A plain flag: tell it on the thread that reads
+// input.
 QX_API void on_app_focus_change(bool focused);
 
 }  // namespace QX

@@ -116,20 +116,44 @@ private:
 // `destroy` ends that. With no handler the calls below do nothing and answer false.
 class QX_API QXWindow : public QXWindowPlatform {
 public:
-    // What the host implements. The slots are fixed; not owned by the window.
+    // What the host implements. The slots are fixed; not owned by the window, and must outlive its
+    // messages. Called on the window's thread from `process_wnd_proc`, or when the host calls the
+    // member of the same name; `window` is the one that was asked.
     class EventHandler {
     public:
         virtual void reserved() {}  // never called
+
+        // The system asks how large the window may become. Both heights come in without a value and
+        // must be set, in pixels of the whole window; the widths are the system's.
         virtual void
         get_min_max_info(QXWindow const& window, int& max_height, int& max_track_height) = 0;
+
+        // Another application's window gave way to one of this application, or the reverse.
         virtual void activate_app(QXWindow const& window, bool active) = 0;
+
+        // This window became the active one, by a click or otherwise, or ceased to be.
         virtual void activate(QXWindow const& window, bool active) = 0;
+
+        // The client area has its new size; `kind` is WM_SIZE's: 0 restored, 1 minimised, 2
+        // maximised. The result reaches only a host that calls `resize` itself.
         virtual bool resize(QXWindow const& window, unsigned int kind) = 0;
+
+        // True when the user begins to use a menu or to move or size the window, false at the end.
         virtual void pause_rendering(QXWindow const& window, bool pause) = 0;
+
+        // The system asks what lies under the cursor. True: the message is finished; false: the
+        // system finds out.
         virtual bool nc_hit_test(QXWindow const& window) = 0;
+
+        // A command of the system menu or its keys, such as SC_CLOSE or SC_SCREENSAVE; `message` is
+        // 0x112. True: it is dealt with, and the system does nothing; false: the system does it.
         virtual bool
         sys_command(QXWindow const& window, unsigned int message, unsigned int command) = 0;
+
+        // A key went down, or repeats: its virtual code, and whether a control key is held.
         virtual void debug_key(QXWindow const& window, unsigned int key, bool control) = 0;
+
+        // The session was locked, or unlocked.
         virtual void lock_workstation(QXWindow const& window, bool locked) = 0;
 
     protected:

@@ -41,7 +41,8 @@ public:
     QX_API bool read_int32(String const& name, int& value) const;
     QX_API bool read_int32(UniString const& name, int& value) const;
 
-    // Stores a REG_DWORD.
+    // Stores a REG_DWORD in place of a value of any type. An empty name is the key's own value.
+    // False, with the value as it was, where the system refuses or there is no key.
     QX_API bool write_int32(String const& name, int value);
     QX_API bool write_int32(UniString const& name, int value);
 

@@ -129,7 +129,10 @@ public:
     // Fills the tree from a writable, terminated text; false on text that is cut short or has a
     // bad reference, with the tree as far as it was read. A first byte of 0x80 and above (a byte
     // order mark) is refused with the tree untouched. The buffer is whole again on return, but
-    // that a reference which could not be resolved has a 0 in place of its ';'.
+    // that a reference which could not be resolved has a 0 in place of its ';': the buffer's new
+    // length then tells the place. Where the length is the old one, the text was cut short in the
+    // last, deepest tag, or in a comment, end tag or reference behind it. That tag and its last
+    // attribute may lack a name or have part of a value.
     //
     // Lenient on purpose: end tags are not compared with their start tags, elements still open at
     // the end of the text are closed, the character behind an attribute's name is taken for the
@@ -137,7 +140,8 @@ public:
     //
     //     &lt;  &eacute;   the 253 named characters of entities.h, everywhere
     //     &#65;            decimal, everywhere; up to 65535
-    //     &#x41;           in attributes hexadecimal ("A"), in content decimal (")"): kept
+    //     &#x41;           in attributes hexadecimal ("A"), in content decimal (")"), on
+    //                      purpose
     QX_API bool parse_std_xml(char* buffer);
 
     // Removes every "<!--" up to the next "-->", in place; one without an end takes the rest of
@@ -147,7 +151,7 @@ public:
     // Writes the document with its own tag, or with `include_root` false only its children.
     // `pretty` puts tags and texts on indented lines (up to depth 64; deeper ones get no indent)
     // and drops texts of white space. The text behind a tag that is written "<a />" is not
-    // written: kept. A failed write shows in the file's error, and writing goes on.
+    // written. A failed write shows in the file's error, and writing goes on.
     //
     //     <a v = 'it&apos;s'><b /></a>
     QX_API void write(FileOut& file, bool pretty, bool include_root) const;
@@ -169,8 +173,8 @@ public:
 // their tags without being looked at; equal tags keep their order.
 QX_API void xml_sort_no_epilog(XML& xml, String const& attribute);
 
-// Trims content and epilog of the document and every tag at both ends. Kept: bytes of 0x80 and
-// above count as white space here, like control characters.
+// Trims content and epilog of the document and every tag at both ends. Bytes of 0x80 and above
+// count as white space here, like control characters.
 //
 //     "  caf\xC3\xA9 "  =>  "caf"
 QX_API void xml_trim_content(XML& xml);

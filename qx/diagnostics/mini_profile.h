@@ -100,7 +100,9 @@ public:
     // The performance counter's ticks, the low 32 bits. Differences are right where they wrap.
     QX_API static unsigned int performance_counter();
 
-    // Zeroes the sums of every listed block. `title` is kept, not copied, for the dumps to come.
+    // Zeroes the sums of every listed block, also those of other threads; what runs meanwhile
+    // counts from its end on, whole. `title` is kept, not copied, for the dumps to come; it may not
+    // be null.
     QX_API static void reset(char const* title);
 
     // The listed blocks of more than `threshold_ms` whole milliseconds, below the title: `flat` in

@@ -49,7 +49,8 @@ public:
     // Without room; the time starts now.
     QX_API Profiler();
 
-    // Dumps first if there are events. The global profiler does so when the library is unloaded.
+    // Dumps first if there are events, and releases the room. The global profiler does so when the
+    // library is unloaded.
     QX_API ~Profiler();
 
     Profiler(Profiler const&) = delete;

@@ -20,7 +20,9 @@ namespace QX_WATCH {
 // only an empty path does. Other elements leave it alone. `index` is the number behind the first
 // "[" of the head, as far as it is digits, without the head's last character; it wraps at 64 bits.
 //
-// `path` may be `head` or `tail` itself, so that a loop can eat a path up.
+// `path` may be `head` or `tail` itself, so that a loop can eat a path up. Every path is taken:
+// there is no failure but exhaustion, which leaves `head` and `tail` as they were or as they
+// become. No state: any thread, on its own arguments.
 QX_API void parse(
     int& kind, QX::String const& path, QX::String& head, QX::String& tail,
     unsigned long long& index);

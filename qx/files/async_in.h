@@ -56,7 +56,7 @@ public:
     // and three zeros, if it can't be told.
     QX_API static bool
     aligns(unsigned int& position, unsigned int& size, unsigned int& memory, char drive);
-    // The same for the drive that `name` begins with, or the current drive.
+    // The same for the drive that `name`, which may not be null, begins with, or the current drive.
     QX_API static bool
     aligns(unsigned int& position, unsigned int& size, unsigned int& memory, char const* name);
 

@@ -32,20 +32,20 @@ namespace QX {
 
 // The values are fixed; those left out are produced by nothing.
 enum FileErrorCodes : int {
-    FILE_OK = 0,
-    FILE_END_OF_FILE = 1,  // a short transfer: the end was reached
-    FILE_PENDING = 2,      // an asynchronous read is in flight
-    FILE_NOT_FOUND = 3,    // no such file, path or handle
-    FILE_ALREADY_EXISTS = 4,
-    FILE_OUT_OF_MEMORY = 6,
-    FILE_ACCESS_DENIED = 7,
+    FILE_OK = 0,                  // the last operation went well
+    FILE_END_OF_FILE = 1,         // a short transfer: the end was reached
+    FILE_PENDING = 2,             // an asynchronous read is in flight
+    FILE_NOT_FOUND = 3,           // no such file, path or handle
+    FILE_ALREADY_EXISTS = 4,      // something of that name is there
+    FILE_OUT_OF_MEMORY = 6,       // the system or the run-time had none
+    FILE_ACCESS_DENIED = 7,       // no right to it, or a folder, or write-protected
     FILE_SEEK_OUT_OF_RANGE = 14,  // a seek outside a memory file
-    FILE_INVALID_PARAMETER = 19,
-    FILE_INVALID_NAME = 20,
-    FILE_SHARING_VIOLATION = 21,
-    FILE_BAD_COMMAND = 22,
-    FILE_CORRUPT = 23,
-    FILE_UNKNOWN_ERROR = 24,
+    FILE_INVALID_PARAMETER = 19,  // such as an unbuffered read off the sector's grid
+    FILE_INVALID_NAME = 20,       // not what the system takes for a name
+    FILE_SHARING_VIOLATION = 21,  // somebody else has it open and does not share it
+    FILE_BAD_COMMAND = 22,        // the device does not know the operation
+    FILE_CORRUPT = 23,            // the volume changed under the open file
+    FILE_UNKNOWN_ERROR = 24,      // any other error; its number is in the stream
 };
 
 // The folds of the table above.

@@ -79,7 +79,8 @@ QX_API String regify(String const& text);
 
 // --- Splitting -----------------------------------------------------------------------------------
 
-// Two backslashes in front, or a colon as second character with a separator behind it.
+// Two backslashes in front, or a colon as second character with a separator of either kind behind
+// it. What stands before the colon is not looked at. Null faults.
 QX_API bool absolute_path(char const* path);
 
 // By the rows above, in the whole path: none looks at the disk.

@@ -22,20 +22,26 @@ namespace detail {
 // What the two cursors share: the block, the place in it, and how both are told.
 class MemoryCursor {
 public:
+    // Begins at the start of the caller's block, which must outlive the use of it. Always true.
     bool open(char* data, unsigned int size) {
         pos_ = first_ = data;
         end_ = data + size;
         return true;
     }
 
-    // Frees nothing. Always true.
+    // Forgets where the block ends, and frees nothing. Always true. From then on `read` and `write`
+    // move nothing, `status` is FILE_END_OF_FILE and `size` means nothing; `tell` and the typed
+    // transfers go on as before.
     bool close() {
         end_ = nullptr;
         return true;
     }
 
+    // In bytes, cut to 32 bits; before the first `open` both are 0.
     unsigned int tell() const { return static_cast<unsigned int>(pos_ - first_); }
     unsigned int size() const { return static_cast<unsigned int>(end_ - first_); }
+
+    // FILE_END_OF_FILE at the block's end and behind it, and while no block is open, else FILE_OK.
     FileErrorCodes status() const { return pos_ >= end_ ? FILE_END_OF_FILE : FILE_OK; }
 
     char* pos() { return pos_; }
@@ -184,7 +190,8 @@ public:
     // Looks at the caller's block. Does not close what was open before. Always true.
     QX_API bool open(char const* data, unsigned int size);
 
-    // Safe in any state, and always true. Handles go back only if a mapping was open.
+    // Safe in any state, and always true. Handles go back only if a mapping was open. Place and
+    // size are 0 from then on, and the three pointers null.
     QX_API bool close();
 
     // Returns the bytes copied; fewer than asked at the end, with FILE_END_OF_FILE.

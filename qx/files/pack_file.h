@@ -6,7 +6,8 @@
 // does), and no list of packs is kept: whoever has several asks each in turn.
 //
 // Names are case-sensitive and must be given exactly as stored. Of equal names the last wins.
-// `info` points into the table and stays valid until `close`.
+// `info` points into the table and stays valid until `close`. Of a closed pack every name is
+// absent; of an open one, a null name faults.
 //
 // Threads: a pack serves one thread, but its look-ups may be made from any while it is open.
 #pragma once
@@ -34,9 +35,10 @@ public:
     AsyncPackFile(AsyncPackFile const&) = delete;
     AsyncPackFile& operator=(AsyncPackFile const&) = delete;
 
-    // `key` is 0 for a plain pack. False, and closed, for anything that is no whole pack: a wrong
-    // magic or version, a short file, names without terminators, entries that do not fit the file,
-    // an alignment that the drive's sector size does not divide, or memory that can't be had.
+    // `key` is 0 for a plain pack. Closes first. False, and closed, for a file that can't be
+    // opened, such as one of a null name, and for anything that is no whole pack: a wrong magic or
+    // version, a short file, names without terminators, entries that do not fit the file, an
+    // alignment that the drive's sector size does not divide, or memory that can't be had.
     QX_API bool open(char const* name, unsigned short key);
 
     // Waits, alertably, until the callback of a read in flight has run; a read that the system
@@ -55,12 +57,14 @@ public:
     unsigned int aligned() const { return alignment_; }
 
     // Calls back for each name in the table's order, which is that of a hash and not the file's.
+    // The callback may not be null unless there are no names; the name that it gets is the table's.
     QX_API void enumerate(EntryCallback callback, void* user) const;
 
     // Reads `bytes` from `offset` in the entry, or from `position` in the file, as AsyncIn::read
     // does: file position, count and memory must meet the drive's alignment, so the last, partial
     // sector of an entry is read whole. Nothing is checked against the entry's size. False for an
-    // absent name, and while a read is in flight, touching nothing.
+    // absent name, and while a read is in flight, touching nothing; otherwise when AsyncIn::read
+    // is. With a null callback the call returns when the read has ended.
     QX_API bool read(
         void* data, char const* name, unsigned int offset, unsigned int bytes,
         PackCallback callback, void* user);
@@ -113,6 +117,7 @@ public:
     QX_API unsigned int size(char const* name) const;
     QX_API unsigned int count() const;
     unsigned int aligned() const { return alignment_; }
+    // As on AsyncPackFile.
     QX_API void enumerate(EntryCallback callback, void* user) const;
 
     // The entry's first byte in the mapping, or null if absent. Valid until `close`.

@@ -45,7 +45,8 @@ public:
     // One path, the empty text. The argument is not looked at.
     QX_API SearchPathCollection(char const*);
 
-    // Copies have paths, design path, index and flag of their own.
+    // Copies have paths, design path, index and flag of their own. Neither looks at the disk; where
+    // memory runs out while assigning, std::bad_alloc leaves the collection valid.
     QX_API SearchPathCollection(SearchPathCollection const& other);
     QX_API SearchPathCollection& operator=(SearchPathCollection const& other);
     QX_API ~SearchPathCollection();

@@ -74,10 +74,15 @@ public:
     // Destroys the system heap, unless it is that of the process.
     QX_API ~HeapPlatform();
 
-    // Blocks of the arena, without fill and hook. (block, this), or (null, null) on exhaustion;
-    // the old block of a failed `realloc` stays valid.
+    // Blocks of the arena as custom_malloc makes them, of 0 bytes too, but without fill and hook:
+    // (block, this), or (null, null) on exhaustion.
     QX_API std::pair<void*, HeapPlatform*> malloc(unsigned long long size);
+    // Keeps the contents up to the smaller size; the block may move. A null block allocates, a size
+    // of 0 leaves a block of its own and frees nothing. (null, null), with the old block valid as
+    // it was, on exhaustion and for a block that is not in use.
     QX_API std::pair<void*, HeapPlatform*> realloc(void const* block, unsigned long long size);
+    // As custom_free, without the hook: null does nothing. The heap that made the block is not
+    // asked for.
     QX_API void free(void const* block);
 
     // The bytes of the busy blocks of the system heap, cut to 32 bits; 0 if it cannot be walked.

@@ -26,6 +26,10 @@ namespace QX {
 // and the last may have size 0. The closing call with the size that came is left out after a
 // failed read. Arguments may have any length.
 //
+// Nothing may be null but `user`, which is handed on as it is: a null callback faults once
+// the headers have come, a null host or path before that. A `buffer_size` of 0 ends the body
+// at once, with a piece of size 0.
+//
 // Result:
 //
 //     0         the body has come; or a send failed, or the server closed within the headers, in

@@ -21,14 +21,16 @@ public:
     Event(Event const&) = delete;
     Event& operator=(Event const&) = delete;
 
-    // Lets a waiter through, or all of them with manual reset; and takes that back.
+    // Lets a waiter through, or all of them with manual reset; and takes that back. A signal
+    // without a waiter is kept for the next one, and a second one then adds nothing.
     QX_API void signal();
     QX_API void reset();
 
     // Without a limit.
     QX_API void wait();
 
-    // Whether the signal came or the time ran out is not told.
+    // At most so long, 0xFFFFFFFF without a limit; 0 returns at once, and takes a signal that is
+    // there. Whether the signal came or the time ran out is not told.
     QX_API void wait(unsigned int milliseconds);
 
     void* handle() const { return handle_; }

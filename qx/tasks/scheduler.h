@@ -136,10 +136,16 @@ struct WaitLink;
 struct Task;
 struct ThreadWaiter;
 
-// What the scheduler has to know of a callable's type.
+// What the scheduler has to know of a callable's type. No entry may be null; none is asked whether
+// it is. Only `invoke` is called for a callable that runs in its thread's context.
 struct FunctionTypeInfo {
+    // Builds a callable in the task from the spawner's, on the spawning thread. May throw: the call
+    // that spawns passes the exception on, and there is no task.
     void (*construct)(void* destination, void* source);
+    // Once, after `invoke`, on the thread where that returned.
     void (*destroy)(void* object);
+    // Once. What it or `destroy` throws in a fibreful task is put to the exceptions filter; from a
+    // fibreless one it goes on to whoever runs tasks on that thread.
     void (*invoke)(void* object);
 };
 

@@ -40,7 +40,8 @@ QX_API unsigned int utf8_length(wchar_t const* text);
 QX_API String must_fix_string_narrow(UniString const& text);
 QX_API UniString must_fix_string_widen(String const& text);
 
-// Change the 26 ASCII letters and nothing else.
+// Change the 26 ASCII letters and nothing else, up to the length. A text that is moved in is
+// changed and handed back in its own block; an empty one is the empty text.
 QX_API String lowercase(String text);
 QX_API UniString lowercase(UniString text);
 QX_API String uppercase(String text);

@@ -126,12 +126,21 @@ public:
     QX_API static String format64(unsigned long long value);
 
     // The steps of the typed form.
+    //
+    // Parses one conversion. `position` comes in behind the '%' and any 'l', and goes out behind
+    // the letter, in 16 bits. The others only go out: `ch` is the letter, 0 where the format ends
+    // before it; what the conversion leaves out is 0, false and, for `pad`, ' '.
     QX_API static void parse_format_arguments(
         String const& format, char& ch, unsigned short& position, short& precision, char& sign,
         unsigned short& width, bool& left_justify, char& pad);
+    // Appends the format from `position` on, "%%" as '%' and any other '%' as it stands, and leaves
+    // `position` at its end. Always true. `out` may be the format.
     QX_API static bool append_rest(String& out, String const& format, unsigned short& position);
 
-    // Appends one value by its letter; false where the letter does not suit the type.
+    // Appends one value to `out` by the letter `ch`, which is read and never changed. False where
+    // the letter does not suit the type: `out` then stays as it was or, with show_format_errors, is
+    // the message. The table of format.h tells what suits, and which types take no padding. A null
+    // text faults.
     QX_API static bool append_formatted_type(
         String const& value, char& ch, String& out, short precision, char sign,
         unsigned short width, bool left_justify, char pad);
@@ -262,13 +271,22 @@ public:
     format64(unsigned long long value, unsigned int radix, wchar_t const* digits);
 
     // The steps of the typed form.
+    //
+    // Parses one conversion. `position` comes in behind the '%' and any 'l', and goes out behind
+    // the letter, in 16 bits. The others only go out: `ch` is the letter, 0 where the format ends
+    // before it; what the conversion leaves out is 0, false and, for `pad`, ' '.
     QX_API static void parse_format_arguments(
         UniString const& format, wchar_t& ch, unsigned short& position, short& precision,
         char& sign, unsigned short& width, bool& left_justify, char& pad);
+    // Appends the format from `position` on, "%%" as '%' and any other '%' as it stands, and leaves
+    // `position` at its end. Always true. `out` may be the format.
     QX_API static bool
     append_rest(UniString& out, UniString const& format, unsigned short& position);
 
-    // Appends one value by its letter; false where the letter does not suit the type.
+    // Appends one value to `out` by the letter `ch`, which is read and never changed. False where
+    // the letter does not suit the type: `out` then stays as it was or, with show_format_errors, is
+    // the message. The table of format.h tells what suits, and which types take no padding. A null
+    // text faults.
     QX_API static bool append_formatted_type(
         UniString const& value, wchar_t& ch, UniString& out, short precision, char sign,
         unsigned short width, bool left_justify, char pad);
@@ -340,7 +358,7 @@ inline bool operator==(String const& a, char const* b) {
 QX_API bool operator==(UniString const& a, UniString const& b);
 QX_API bool operator==(UniString const& a, wchar_t const* b);
 
-// The opposite of ==.
+// True as soon as a length or a character differs.
 inline bool operator!=(String const& a, String const& b) {
     return !(a == b);
 }
