@@ -21,10 +21,10 @@
 //     "mymydata\x"     =>  as it is       "a/"    =>  "a\"
 //                                         "a/\"   =>  "a/\"
 //     trim_trailing_slash                 sanitise_to_unix
-//     "a\/\"           =>  "a"            "a\/b"  =>  "a/b"
+//     "a/\"            =>  "a"            "//a\/b"  =>  "/a/b"
 //     "\/"             =>  ""             sanitise_to_windows
-//     regify                              "a//b"  =>  "a\\b"
-//     "Ab-1"           =>  "[Aa][bB]-1"
+//     regify                              "//a\/b"  =>  "\\a\\b"
+//     "Ab-1{"          =>  "[Aa][bB]-1{"
 //
 // The rows with a star set `*changed`. A change of case or of the slash's direction does not, nor
 // does a path that is emptied because it begins with "..\". `changed` may be null and is never
@@ -35,13 +35,13 @@
 //
 //     parent_directory             remove_parent_directory
 //     "a\b\c"  =>  "a\b\"          "a\b\c"  =>  "c"
-//     "a\b\c\" =>  "a\b\"          "a\b\"   =>  ""
+//     "a\b\c\" =>  "a\b\"          "a\b\c\" =>  ""
 //     "a\b/c"  =>  "a\"            "a\b/c"  =>  "b/c"
 //     "a\"     =>  "a\"            "a"      =>  "a"
 //     extension                    remove_extension
 //     "a.b.c"  =>  ".c"            "a.b.c"  =>  "a.b"
 //     "a.b\c"  =>  ".b\c"          ".txt"   =>  ""
-//     "ab"     =>  "" with the flag, else "ab"
+//     "a"      =>  "" with the flag, else "a"
 //
 // Failure: nothing raises but exhaustion (std::bad_alloc); disk operations answer false. Paths of
 // any length are shaped alike. Threads: no state.

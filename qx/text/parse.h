@@ -10,9 +10,9 @@
 //     UniString float            =>  the "." may lack, and "e" or "E", an optional "-" and digits
 //                                    may follow; "" is 0
 //
-//     String("12a")     int      =>  false, 12
-//     String("2.5")     float    =>  true        String("2")       float  =>  false
-//     UniString(L"2")   float    =>  true        UniString(L"1e-2")       =>  true, about 0.01
+//     String("-12a")    int      =>  false, -12
+//     String("-2.5")    float    =>  true        String("5")       float  =>  false, 5
+//     UniString(L"5")   float    =>  true        UniString(L"1e-2")       =>  true, about 0.01
 //
 // With a radix, the value is multiplied before each character is looked at, "" is 0, and these
 // are digits:
@@ -21,7 +21,7 @@
 //     "a" to below code radix + 87     =>  10 and up
 //     "A" to below code radix + 80     =>  10 and up, 25 more of them than of small letters
 //
-//     String("FF")  16  =>  true, 255            String("g")  16  =>  false
+//     String("FF")  16  =>  true, 255            String("1g") 16  =>  false, 16
 //     String("G")   16  =>  true, 16             String("9")   2  =>  true, 9
 #pragma once
 

@@ -48,9 +48,12 @@ TEST(Tokeniser, cuts_each_kind_of_token_as_told) {
         {"+++=+-- ->-=-", "$[++]$[+=]$[+]$[--]b[ ]$[->]$[-=]$[-]"},
         {"<<=<<<= <=<=>", "$[<<=]$[<<]$[<=]b[ ]$[<=]$[<=]$[>]"},
         {"&&=&& ||=^^=>>=^=|", "$[&&=]$[&&]b[ ]$[||=]$[^^=]$[>>=]$[^=]$[|]"},
-        {"x/* a */ b\nc", "w[x]*[/* a */ b\nc]"},
-        {"0x 0XfG 1.5f1.5g 1. 1e5 2f -1", "h[0x]b[ ]h[0Xf]w[G]b[ ]f[1.5f]f[1.5]w[g]b[ ]f[1.]b[ ]"
-                                          "i[1]w[e5]b[ ]i[2]w[f]b[ ]$[-]i[1]"},
+        {"a=b", "w[a]$[=]w[b]"},
+        {"x <<= 0x1F", "w[x]b[ ]$[<<=]b[ ]h[0x1F]"},
+        {"-1 1.5f 1e5", "$[-]i[1]b[ ]f[1.5f]b[ ]i[1]w[e5]"},
+        {"/* a */ b", "*[/* a */ b]"},
+        {"x/* */\nc", "w[x]*[/* */\nc]"},
+        {"0x 0XfG 1.5f1.5g 1. 2f", "h[0x]b[ ]h[0Xf]w[G]b[ ]f[1.5f]f[1.5]w[g]b[ ]f[1.]b[ ]i[2]w[f]"},
         {"\"a\\\"b\" 'c' \"open", "s[\"a\\\"]w[b]s[\" 'c' \"]w[open]"},
         {"\"a\\\"b\" 'c' \"open", "s[\"a\\\"b\"]b[ ]$[']w[c]$[']b[ ]s[\"open]",
          QX::TPO_BACKSLASH_ESCAPES},
@@ -91,6 +94,7 @@ TEST(Tokeniser, numbers_are_converted_on_the_way_and_wrap_at_32_bits) {
     } const numbers[] = {
         {"4294967298", 2, 2},
         {"0x", 0, 0},
+        {"0x1F", 31, 31},
         {"0xFFFFFFFFe", 0xFFFFFFFE, 4294967294.0f},
         {"12.5f", 12, 12.5f},
         // Each digit's scale is the last one's times 0.1, rounded: not the nearest float.

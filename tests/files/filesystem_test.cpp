@@ -39,17 +39,26 @@ TEST_F(Filesystem, shapes_paths_by_its_rows_and_only_ever_sets_the_flag) {
         bool changed;
     };
     constexpr Row rows[] = {
-        {0, "C:/Game/Data@[`{\xC0", "c:\\game\\data@[`{\xC0", false},
+        {0, "C:/Game/Data", "c:\\game\\data", false},
+        {0, "A@[`{\xC0", "a@[`{\xC0", false},
         {0, "a\\\\b//c", "a\\b\\c", true},
+        {0, "\\foo", "foo", false},
         {0, "/foo", "foo", false},
         {0, "\\\\foo\\\\bar", "\\\\foo\\bar", true},
+        {0, "\\\\\\foo", "\\\\foo", true},
+        {0, "\\", "\\", false},
         {1, "a\\b\\..\\c", "a\\c", true},
+        {1, "a\\..\\b", "b", true},
         {1, "\\..\\a", "", true},
         {1, "..\\a", "", false},
         {1, ".\\.\\a", "a", true},
+        {1, "a\\.\\b", "a\\b", true},
+        {1, "a\\..", "a\\..", false},
         {1, "a\\.\\..\\b", "a\\b", true},  // climbing comes first and takes the dot for a name
+        {2, "data\\a.txt", "a.txt", true},
         {2, "..\\data\\a.txt", "a.txt", true},
         {2, "mydata\\x", "x", true},
+        {2, "mymydata\\x", "mymydata\\x", false},
         {2, "mydata1\\data\\x", "mydata1\\data\\x", false},
     };
     for (Row const& row : rows) {
@@ -79,7 +88,9 @@ TEST_F(Filesystem, shapes_slashes_by_their_rows) {
     // Path, for Windows, for Unix, with one at its end, with none.
     char const* const rows[][5] = {
         {"", "", "", "", ""},
+        {"a", "a", "a", "a\\", "a"},
         {"a/", "a\\", "a/", "a\\", "a"},
+        {"a/\\", "a\\\\", "a/", "a/\\", "a"},
         {"//a\\/b", "\\\\a\\\\b", "/a/b", "//a\\/b\\", "//a\\/b"},
         {"\\/", "\\\\", "/", "\\\\", ""},
     };
@@ -100,12 +111,15 @@ UniString wide(std::string const& text) {
 TEST_F(Filesystem, splits_paths_by_its_rows_in_both_widths) {
     // Path, parent, name, stem, extension.
     char const* const rows[][5] = {
+        {"a\\b\\c", "a\\b\\", "c", "a\\b\\c", "a\\b\\c"},
         {"a\\b\\c\\", "a\\b\\", "", "a\\b\\c\\", "a\\b\\c\\"},
         {"a\\", "a\\", "", "a\\", "a\\"},
         {"a\\b/c", "a\\", "b/c", "a\\b/c", "a\\b/c"},
         {"a/b/", "a/", "", "a/b/", "a/b/"},
         {"a.b\\c", "a.b\\", "c", "a", ".b\\c"},
         {".txt", ".txt", ".txt", "", ".txt"},
+        {"a.b.c", "a.b.c", "a.b.c", "a.b", ".c"},
+        {"a", "a", "a", "a", "a"},
     };
     for (auto const& [path, parent, name, stem, extension] : rows) {
         EXPECT_EQ(fs::parent_directory(String(path)), parent) << path;
