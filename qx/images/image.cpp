@@ -48,37 +48,37 @@ constexpr PixelFormat format_of<PixelGrey8> = PIXEL_FORMAT_GREY8;
 
 }  // namespace
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 ImageType<PIXEL, ALLOCATOR>::ImageType() = default;
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 ImageType<PIXEL, ALLOCATOR>::~ImageType() {
     drop();
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 void ImageType<PIXEL, ALLOCATOR>::drop() {
     if (data_) ALLOCATOR::release(data_, bytes());
     data_ = nullptr;
     width_ = height_ = capacity_ = 0;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 PixelFormat ImageType<PIXEL, ALLOCATOR>::format() const {
     return format_of<PIXEL>;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 unsigned int ImageType<PIXEL, ALLOCATOR>::width() const {
     return width_;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 unsigned int ImageType<PIXEL, ALLOCATOR>::height() const {
     return height_;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 void ImageType<PIXEL, ALLOCATOR>::resize(unsigned int columns, unsigned int rows) {
     unsigned int const count = columns * rows;
     if (count > capacity_) {
@@ -90,35 +90,35 @@ void ImageType<PIXEL, ALLOCATOR>::resize(unsigned int columns, unsigned int rows
     height_ = rows;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 PixelAccessorDescriptor ImageType<PIXEL, ALLOCATOR>::pixel_accessor(
     unsigned int x, unsigned int y, unsigned int columns, unsigned int rows) {
     unsigned int const stride = width_ * static_cast<unsigned int>(sizeof(PIXEL));
     return {data_ + (y * 1ull * width_ + x), columns, rows, stride, format_of<PIXEL>};
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 ConstPixelAccessorDescriptor ImageType<PIXEL, ALLOCATOR>::pixel_accessor(
     unsigned int x, unsigned int y, unsigned int columns, unsigned int rows) const {
     return const_cast<ImageType*>(this)->pixel_accessor(x, y, columns, rows);
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 PixelAccessorDescriptor ImageType<PIXEL, ALLOCATOR>::pixel_accessor() {
     return pixel_accessor(0, 0, width_, height_);
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 ConstPixelAccessorDescriptor ImageType<PIXEL, ALLOCATOR>::pixel_accessor() const {
     return pixel_accessor(0, 0, width_, height_);
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 void ImageType<PIXEL, ALLOCATOR>::set_pixel(unsigned int x, unsigned int y, PIXEL const& pixel) {
     data_[y * 1ull * width_ + x] = pixel;
 }
 
-template <typename PIXEL, typename ALLOCATOR>
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR>
 PIXEL ImageType<PIXEL, ALLOCATOR>::get_pixel(unsigned int x, unsigned int y) const {
     return data_[y * 1ull * width_ + x];
 }

@@ -12,6 +12,8 @@
 // totals hold only if tracked images are resized on one thread at a time.
 #pragma once
 
+#include <concepts>
+
 #include "qx/base/export.h"
 #include "qx/images/pixel.h"
 
@@ -84,9 +86,20 @@ public:
     virtual ~Image();
 };
 
-// An image of one pixel type: Pixel888, Pixel8888, PixelX888, PixelGrey8 or one of the 16-bit
-// types, with ImageDefaultAllocator or TrackedAllocator<ImageDefaultAllocator>.
-template <typename PIXEL, typename ALLOCATOR = ImageDefaultAllocator>
+// What the library holds images of; the compiler refuses any other.
+template <typename PIXEL>
+concept ImagePixel = std::same_as<PIXEL, Pixel888> || std::same_as<PIXEL, Pixel8888> ||
+    std::same_as<PIXEL, PixelX888> || std::same_as<PIXEL, PixelGrey8> ||
+    std::same_as<PIXEL, PixelX1R5G5B5> || std::same_as<PIXEL, PixelR5G6B5> ||
+    std::same_as<PIXEL, PixelA1R5G5B5> || std::same_as<PIXEL, PixelA4R4G4B4>;
+
+// And in what storage.
+template <typename ALLOCATOR>
+concept ImageStorage = std::same_as<ALLOCATOR, ImageDefaultAllocator> ||
+    std::same_as<ALLOCATOR, TrackedAllocator<ImageDefaultAllocator>>;
+
+// An image of one pixel type.
+template <ImagePixel PIXEL, ImageStorage ALLOCATOR = ImageDefaultAllocator>
 class ImageType : public Image {
 public:
     QX_API ImageType();

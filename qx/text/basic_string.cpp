@@ -218,28 +218,28 @@ find_run(CharT const* text, unsigned int places, CharT const* needle, unsigned i
 
 }  // namespace
 
-template <typename CharT>
+template <TextUnit CharT>
 CharT const CHAR_TRAITS<CharT>::m_eos = CharT();
 
-template <typename CharT>
+template <TextUnit CharT>
 CharT* CHAR_TRAITS<CharT>::assign(CharT* target, unsigned int count, CharT value) {
     for (unsigned int i = 0; i < count; ++i) target[i] = value;
     return target;
 }
 
-template <typename CharT>
+template <TextUnit CharT>
 int CHAR_TRAITS<CharT>::compare(CharT const* a, CharT const* b, unsigned int count) {
     unsigned int const at = common_length(a, b, count);
     return at == count ? 0 : a[at] - b[at];
 }
 
-template <typename CharT>
+template <TextUnit CharT>
 CharT const* CHAR_TRAITS<CharT>::find(CharT const* text, unsigned int count, CharT value) {
     return text + find_unit(text, count, value);
 }
 
 // Reads whole aligned blocks, which never reach into a page that the text does not.
-template <typename CharT>
+template <TextUnit CharT>
 QX_READS_PAST_END unsigned int CHAR_TRAITS<CharT>::measure(CharT const* text) {
     auto const start = reinterpret_cast<std::uintptr_t>(text);
     if (sizeof(CharT) > 1 && start % sizeof(CharT) != 0) {
@@ -259,15 +259,15 @@ QX_READS_PAST_END unsigned int CHAR_TRAITS<CharT>::measure(CharT const* text) {
     return static_cast<unsigned int>((end - start) / sizeof(CharT)) + first_unit<CharT>(mask);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 CharT BASIC_STRING<CharT, Traits, Alloc>::m_static_empty_string = CharT();
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 BASIC_STRING<CharT, Traits, Alloc>::BASIC_STRING(unsigned int count, CharT value) : BASIC_STRING() {
     if (count != 0) resize(count, value);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::take_copy(CharT const* text, unsigned int count) {
     CharT* const block = allocate(count);
     std::memcpy(block, text, count * 1ull * sizeof(CharT));
@@ -276,7 +276,7 @@ void BASIC_STRING<CharT, Traits, Alloc>::take_copy(CharT const* text, unsigned i
     length_ = capacity_ = count;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::assign_moving(CharT const* text, unsigned int count) {
     CharT* const old = storage_;
     bool const owned = owns_block();
@@ -284,7 +284,7 @@ void BASIC_STRING<CharT, Traits, Alloc>::assign_moving(CharT const* text, unsign
     if (owned) custom_free(old);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::reserve_partial_copy(
     unsigned int wanted, unsigned int keep, SCOPED_POINTER& holder) {
     if (capacity_ >= wanted) return;
@@ -296,7 +296,7 @@ void BASIC_STRING<CharT, Traits, Alloc>::reserve_partial_copy(
     capacity_ = capacity;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::append_moving(CharT const* text, unsigned int count) {
     SCOPED_POINTER holder(storage_);
     reserve_partial_copy(length_ + count, length_, holder);
@@ -304,13 +304,13 @@ void BASIC_STRING<CharT, Traits, Alloc>::append_moving(CharT const* text, unsign
     set_length(length_ + count);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::reserve(unsigned int count) {
     SCOPED_POINTER holder(storage_);
     reserve_partial_copy(count, length_ + 1, holder);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::resize(unsigned int count, CharT value) {
     SCOPED_POINTER holder(storage_);
     if (count > length_) {
@@ -320,13 +320,13 @@ void BASIC_STRING<CharT, Traits, Alloc>::resize(unsigned int count, CharT value)
     set_length(count);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::release_block() {
     BASIC_STRING taken;
     swap(taken);
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 int BASIC_STRING<CharT, Traits, Alloc>::compare_ranges(
     CharT const* a, unsigned int a_count, CharT const* b, unsigned int b_count) {
     int const order = Traits::compare(a, b, least(a_count, b_count));
@@ -334,7 +334,7 @@ int BASIC_STRING<CharT, Traits, Alloc>::compare_ranges(
     return a_count < b_count ? -1 : a_count > b_count;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 unsigned int
 BASIC_STRING<CharT, Traits, Alloc>::find(BASIC_STRING const& needle, unsigned int pos) const {
     unsigned int const start = least(length_, pos);
@@ -348,14 +348,14 @@ BASIC_STRING<CharT, Traits, Alloc>::find(BASIC_STRING const& needle, unsigned in
     return at == places ? npos : start + at;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 unsigned int BASIC_STRING<CharT, Traits, Alloc>::find(CharT value, unsigned int pos) const {
     unsigned int const start = least(length_, pos);
     unsigned int const at = start + find_unit(storage_ + start, length_ - start, value);
     return at == length_ ? npos : at;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 unsigned int
 BASIC_STRING<CharT, Traits, Alloc>::rfind(BASIC_STRING const& needle, unsigned int pos) const {
     unsigned int const bound = least(length_, pos);
@@ -369,7 +369,7 @@ BASIC_STRING<CharT, Traits, Alloc>::rfind(BASIC_STRING const& needle, unsigned i
     return npos;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 unsigned int BASIC_STRING<CharT, Traits, Alloc>::rfind(CharT value, unsigned int pos) const {
     for (unsigned int at = least(length_, pos); at-- > 0;) {
         if (storage_[at] == value) return at;
@@ -377,7 +377,7 @@ unsigned int BASIC_STRING<CharT, Traits, Alloc>::rfind(CharT value, unsigned int
     return npos;
 }
 
-template <typename CharT, typename Traits, typename Alloc>
+template <TextUnit CharT, typename Traits, typename Alloc>
 unsigned int BASIC_STRING<CharT, Traits, Alloc>::copy(
     CharT* target, unsigned int count, unsigned int pos) const {
     unsigned int const copied = least(count, length_ - pos);

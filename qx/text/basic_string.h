@@ -16,6 +16,7 @@
 // A null text faults. Threads: separate strings are independent; one string is not shared.
 #pragma once
 
+#include <concepts>
 #include <cstring>
 #include <iterator>
 
@@ -32,8 +33,12 @@ template <typename Unit>
 class StringWriter;
 }  // namespace formatting
 
-// What a character type offers to the template. `char` counts as signed, `wchar_t` as unsigned.
+// The two widths that the library holds; the compiler refuses any other.
 template <typename CharT>
+concept TextUnit = std::same_as<CharT, char> || std::same_as<CharT, wchar_t>;
+
+// What a character type offers to the template. `char` counts as signed, `wchar_t` as unsigned.
+template <TextUnit CharT>
 struct CHAR_TRAITS {
     using char_type = CharT;
 
@@ -71,7 +76,8 @@ private:
     QX_API static CharT const m_eos;
 };
 
-template <typename CharT, typename Traits = CHAR_TRAITS<CharT>, typename Alloc = Allocator<CharT>>
+// The library holds it with the default traits and allocator alone.
+template <TextUnit CharT, typename Traits = CHAR_TRAITS<CharT>, typename Alloc = Allocator<CharT>>
 class BASIC_STRING {
 public:
     using MovesOnGrowth = void;  // arrays may move strings instead of copying them
