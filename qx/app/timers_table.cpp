@@ -21,9 +21,8 @@ Slot* make_slots(unsigned int capacity) {
     return slots;
 }
 
-// The word before the slots holds the block.
 void free_slots(Slot* slots) {
-    custom_free(reinterpret_cast<void**>(slots)[-1]);
+    custom_free(block_of_aligned(slots));
 }
 
 bool is_live(Slot const& slot) {

@@ -78,10 +78,10 @@ public:
         std::construct_at(&text);
     }
 
-    // The array's elements hold nothing any more. The word in front of them names the block.
+    // The array's elements hold nothing any more.
     template <typename T>
     void take(DynamicArray<T>& array) {
-        if (T* const elements = array.data()) add(reinterpret_cast<void**>(elements)[-1]);
+        if (T* const elements = array.data()) add(block_of_aligned(elements));
         std::construct_at(&array);
     }
 

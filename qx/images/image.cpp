@@ -3,8 +3,6 @@
 
 #include "qx/memory/heap.h"
 
-#include <cstring>
-
 namespace QX {
 
 unsigned long long ImageDefaultAllocator::mem = 0;
@@ -16,11 +14,8 @@ void* ImageDefaultAllocator::allocate(unsigned long long bytes) {
     return malloc_aligned(bytes, 4, HEAP_GENERAL);
 }
 
-// The word before the pixels is the block that they lie in.
 void ImageDefaultAllocator::release(void* pixels, unsigned long long) {
-    void* block;
-    std::memcpy(&block, static_cast<char*>(pixels) - sizeof block, sizeof block);
-    custom_free(block);
+    custom_free(block_of_aligned(pixels));
 }
 
 Image::~Image() = default;

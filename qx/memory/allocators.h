@@ -25,9 +25,9 @@ class DefaultAllocator {
 public:
     static void* allocate(unsigned long long size) { return malloc_aligned(size, 8, HEAP_GENERAL); }
 
-    // The word before the block names what the heap handed out. Null does nothing.
+    // `block` is one of `allocate`. Null does nothing.
     static void release(void* block) {
-        if (block) custom_free(static_cast<void**>(block)[-1]);
+        if (block) custom_free(block_of_aligned(block));
     }
 };
 

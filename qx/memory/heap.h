@@ -8,6 +8,7 @@
 // race for their first call. The setters have no lock: call them before threads start.
 #pragma once
 
+#include <cstring>
 #include <utility>
 
 #include "qx/base/export.h"
@@ -43,8 +44,16 @@ QX_API void custom_free(void const* block);
 // A block aligned to `alignment`, which need not be a power of two and counts as 4 if it is lower.
 // The word just before the result is the block to pass to custom_free:
 //
-//     malloc_aligned(100, 24, heap)  =>  p with p % 24 == 0;  custom_free(((void**)p)[-1])
+//     malloc_aligned(100, 24, heap)  =>  p with p % 24 == 0;  custom_free(block_of_aligned(p))
 QX_API void* malloc_aligned(unsigned long long size, unsigned int alignment, HEAPS heap);
+
+// The block to free of a result of malloc_aligned, which may not be null. The word need not be
+// aligned itself.
+inline void* block_of_aligned(void const* aligned) {
+    void* block;
+    std::memcpy(&block, static_cast<char const*>(aligned) - sizeof block, sizeof block);
+    return block;
+}
 
 // Null, or called after each custom_malloc with the block and its size cut to 32 bits, and after
 // each custom_free with the block and 0; on the thread that allocates, outside the arena's lock.

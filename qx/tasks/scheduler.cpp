@@ -27,9 +27,8 @@ T* make_array(unsigned int count) {
     return items;
 }
 
-// Blocks that malloc_aligned gave have the block to free in the word before them.
 void free_aligned(void* items) {
-    QX::custom_free(static_cast<void**>(items)[-1]);
+    QX::custom_free(QX::block_of_aligned(items));
 }
 
 // These fibres are numbered by the task records, and get their context when they are first used.
