@@ -2,10 +2,10 @@
 //
 // The arena follows the published boundary-tag design of dlmalloc 2.8; docs/arena.md tells how a
 // request travels through it. Blocks are made and released through heap.h. There is one arena in a
-// process, it is not a handle, and nothing tears it down.
+// process, from the first allocation to the end: nothing creates it and nothing tears it down.
 //
-// Threads: both calls take the arena's lock for a walk over every chunk, so they are for tests,
-// tools and reports.
+// Threads: any. `statistics` and `validate` hold the arena's lock for a walk over every chunk, so
+// they are for tests, tools and reports; `block_size` takes no lock.
 #pragma once
 
 #include "qx/base/export.h"

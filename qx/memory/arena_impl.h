@@ -179,14 +179,20 @@ inline void show_to_checker(void* block) {
 #endif
 }
 
-QX_ALWAYS_INLINE void* allocate_inline(Size request) {
-    State& s = state;
-    s.lock.acquire();
+// One request, with the lock held.
+QX_ALWAYS_INLINE void* serve(State& s, Size request) {
     void* const block = QX_LIKELY(request <= largest_small_request)
                             ? allocate_small(s, padded(request))
                             : allocate_large(s, request);
     check_now_and_then(s);
     show_to_checker(block);
+    return block;
+}
+
+QX_ALWAYS_INLINE void* allocate_inline(Size request) {
+    State& s = state;
+    s.lock.acquire();
+    void* const block = serve(s, request);
     s.lock.release();
     return block;
 }
@@ -205,13 +211,8 @@ inline bool allocate_all_inline(unsigned long long const* requests, void** block
     s.lock.acquire();
     unsigned int made = 0;
     for (; made != count; ++made) {
-        Size const request = requests[made];
-        void* const block = QX_LIKELY(request <= largest_small_request)
-                                ? allocate_small(s, padded(request))
-                                : allocate_large(s, request);
+        void* const block = serve(s, requests[made]);
         if (QX_UNLIKELY(!block)) break;
-        check_now_and_then(s);
-        show_to_checker(block);
         blocks[made] = block;
     }
     bool const all = made == count;

@@ -7,6 +7,8 @@
 
 namespace QX::arena {
 
+// Of the arena's own, below everything that has locks to offer: it allocates nothing, needs no
+// construction, and gives the processor away to whoever holds it.
 class SpinLock {
 public:
     void acquire() {

@@ -40,7 +40,7 @@ bool begins_mapping(void const* base) {
            region.State == MEM_COMMIT && region.Protect == PAGE_READWRITE;
 }
 
-Size tick_count_ms() {
+unsigned int tick_count_ms() {
     return GetTickCount();
 }
 

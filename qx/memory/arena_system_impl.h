@@ -25,7 +25,8 @@ bool unmap(void* base, Size size);
 // Whether `base` is the start of a mapping of committed memory.
 bool begins_mapping(void const* base);
 
-Size tick_count_ms();
+// Since the system's start; wraps at 32 bits.
+unsigned int tick_count_ms();
 
 void yield_processor();
 

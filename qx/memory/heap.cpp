@@ -4,6 +4,7 @@
 #include <new>
 
 #include "qx/memory/arena_impl.h"
+#include "qx/memory/arena_system_impl.h"
 #include "qx/memory/batches.h"
 #include "qx/memory/heap_impl.h"
 #include "qx/memory/report.h"
@@ -116,12 +117,12 @@ bool init_heaps() {
 }
 
 bool verify_heaps(VERIFY_HEAP_OPTIONS options) {
-    unsigned int const begin = milliseconds_now();
+    unsigned int const begin = arena::tick_count_ms();
     MEMORY_TRACKING::report_message_txt("Verifying heaps...");
     if (options == VERIFY_HEAP_BANNER_A || options == VERIFY_HEAP_BANNER_B) return true;
     validate_system_heaps();
     arena::touch_free_chunks();
-    MEMORY_TRACKING::report_message_txt(" : duration %dms\n", milliseconds_now() - begin);
+    MEMORY_TRACKING::report_message_txt(" : duration %dms\n", arena::tick_count_ms() - begin);
     return true;
 }
 

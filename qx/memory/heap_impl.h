@@ -14,6 +14,5 @@ enum SpecialFlags : unsigned int {
 extern unsigned int special_flags;
 
 void validate_system_heaps();
-unsigned int milliseconds_now();
 
 }  // namespace QX

@@ -81,10 +81,6 @@ void validate_system_heaps() {
     for (DWORD i = 0; i < count && heaps[i]; ++i) HeapValidate(heaps[i], 0, nullptr);
 }
 
-unsigned int milliseconds_now() {
-    return GetTickCount();
-}
-
 MEMORY_INFO const& memory_info() {
     static MEMORY_INFO info;
     static bool known = false;

@@ -166,6 +166,8 @@ void push_list(Node*& head, Node* node) {
 
 // --- The scheduler -------------------------------------------------------------------------------
 
+// Beside the arena's: it can be tried, stands in plain memory, and pauses for longer and longer
+// between two looks, since those who queue here come in crowds.
 class SpinLock {
 public:
     bool try_lock() { return __atomic_exchange_n(&word_, 1u, __ATOMIC_SEQ_CST) == 0; }
