@@ -12,12 +12,24 @@ namespace QX {
 
 namespace {
 
-constexpr unsigned int x87_kept = 0xF0FF;
-constexpr unsigned int x87_set = 0x103F;
-constexpr unsigned int x87_checked = 0x1F3F;
-constexpr unsigned int sse_kept = 0xFFFF9F80;
-constexpr unsigned int sse_set = 0x9F80;
-constexpr unsigned int sse_checked = 0xFFC0;
+// The older unit's control word. A field that is 0 is single precision, and rounding to nearest.
+constexpr unsigned int x87_masks = 0x003F;
+constexpr unsigned int x87_precision = 0x0300;
+constexpr unsigned int x87_rounding = 0x0C00;
+constexpr unsigned int x87_infinity = 0x1000;  // of no effect on any processor in use
+constexpr unsigned int x87_kept = 0xFFFF & ~(x87_precision | x87_rounding);
+constexpr unsigned int x87_set = x87_infinity | x87_masks;
+constexpr unsigned int x87_checked = x87_set | x87_precision | x87_rounding;
+
+// The newer unit's control register.
+constexpr unsigned int sse_past_exceptions = 0x003F;
+constexpr unsigned int sse_denormals_are_zero = 0x0040;
+constexpr unsigned int sse_masks = 0x1F80;
+constexpr unsigned int sse_rounding = 0x6000;
+constexpr unsigned int sse_flush_to_zero = 0x8000;
+constexpr unsigned int sse_kept = ~(sse_past_exceptions | sse_denormals_are_zero | sse_rounding);
+constexpr unsigned int sse_set = sse_flush_to_zero | sse_masks;
+constexpr unsigned int sse_checked = sse_set | sse_denormals_are_zero | sse_rounding;
 
 // Not every C run-time has the switch; older ones know no fused multiply-add.
 void leave_out_fused_multiply_add() {

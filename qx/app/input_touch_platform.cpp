@@ -10,8 +10,9 @@ namespace {
 
 constexpr char const library_name[] = "QXLibsWinExt.zintelunityrelease.x64.dll";
 
-// Null where the library or the entry point is missing. All but the first belong to the touch
-// code, which takes its calls from here.
+// Null where the library or the entry point is missing. Only the first is ever called: nothing here
+// reads touch messages. The others are looked up all the same, since the extension is to be asked
+// for the whole set.
 struct TouchExtension {
     HMODULE library;
     FARPROC initialise_gestures;

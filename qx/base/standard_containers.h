@@ -33,7 +33,8 @@ struct VECTOR_TRAITS {
     }
 };
 
-// A list tells its traits of every change of size; these keep nothing.
+// Called by a list: 1 and -1 for a node that comes or goes, 0 for a list that begins and for one
+// that `splice` has emptied. Which list it was is not told, so nothing can be kept here.
 struct LIST_TRAITS {
     static constexpr void set_size(unsigned long long) {}
     static constexpr void adjust_size(long long) {}

@@ -4,12 +4,11 @@
 // The library reports its own failures by results; this is a service to the application, whose
 // assertion macros call it (assert.h offers a set of them).
 //
-//     message_box(true, "Saved.")           information, OK              =>  false
-//     message_box(false, "Disk full.")      abort, retry or ignore       =>  true to retry
-//     message_box_ok_cancel("Overwrite?")   OK or cancel                 =>  true for OK
+//     message_box(true, "Saved.")           information, OK          =>  false
+//     message_box(false, "Disk full.")      abort, retry or ignore   =>  true to retry
+//     message_box_ok_cancel("Overwrite?")   OK or cancel             =>  true for OK
 //     message_txt("loading\n")              debugger output and error stream
-//     ignore_all_message_box(site, ...)     the assertion dialog         =>  true to break and
-//     retry
+//     ignore_all_message_box(site, ...)     the assertion dialog     =>  true to break and retry
 //
 // All pointers and flags below are plain data, null or false at load, meant to be set at start-up:
 // nothing locks them. Boxes run on the stack of the thread, also from a fibreful task.

@@ -6,7 +6,7 @@
 // to half the column and half the row, rounded to nearest, (sum + 2) >> 2. The view's own width
 // and height are not looked at, and an odd width or height reads one column or row further, which
 // the caller's surface must have. A size of 0 does nothing and is true. Nothing is allocated. The
-// 16-bit formats come out far darker than their source, as they always did: the average of each
+// 16-bit formats come out far darker than their source, on purpose: the average of each
 // raw field is narrowed once more, as if it were a full byte, and alpha is lost:
 //
 //     A8R8G8B8 levels 0, 0, 0, 2    =>  1

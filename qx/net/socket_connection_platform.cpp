@@ -32,7 +32,6 @@ bool Connection::open(char const* host, unsigned short port, int& code) {
 }
 
 bool Connection::look_up_and_connect(char const* host, unsigned short port) {
-
     hostent const* const record = gethostbyname(host);
     if (!record) return false;
     sockaddr_in address = {};

@@ -79,7 +79,9 @@ void Counter::park(detail::Task& task) {
 void Counter::wait() {
     if (value() == 0) return unlock_list(waiters_, lock_list(waiters_));
     if (in_fiberful_task()) return send_to_thread({MessageKind::parked, this, nullptr});
-    if (this_thread().thread_id > main_thread) throw;  // may not block: ends the process
+    // A worker may not block. With no exception in flight, which is the rule, this ends the
+    // process.
+    if (this_thread().thread_id > main_thread) throw;
 
     ThreadWaiter waiter = {{nullptr, waiter_is_thread}, 1};
     if (!link(waiter)) return;

@@ -53,9 +53,12 @@ QX_READS_PAST_END inline bool may_read_four(Unit const* at) {
 }
 
 // Pairs of stores that begin at multiples of 32 bytes go out together, in half the time: a copy
-// that goes on and began elsewhere takes back so many bytes, once, that it comes to such a place.
+// that began elsewhere takes back so many bytes, once, that it comes to such a place. One that has
+// not lasted for some rounds is likely to end before that pays.
+constexpr unsigned int aligning_round = 4;
+
 unsigned int overlap_after(unsigned int round, void const* target) {
-    return round == 4 ? reinterpret_cast<std::uintptr_t>(target) % 32 : 0;
+    return round == aligning_round ? reinterpret_cast<std::uintptr_t>(target) % 32 : 0;
 }
 
 unsigned int first_of(unsigned int mask) {
