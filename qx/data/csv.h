@@ -73,7 +73,7 @@ public:
     QX_API unsigned int find_column(char const* name) const;
 
     // The column's text; "" for one that is not there. The file's default value is copied and
-    // dropped on the way: it never comes back. Valid as long as the file's text is.
+    // dropped on the way, on purpose: it never comes back. Valid as long as the file's text is.
     QX_API char const* get_temp_string(unsigned int column) const;
 
     // As `atoi` and `atof` read that text: "12abc" => 12, and 0 for a column that is not there.

@@ -151,7 +151,7 @@ public:
     // Writes the document with its own tag, or with `include_root` false only its children.
     // `pretty` puts tags and texts on indented lines (up to depth 64; deeper ones get no indent)
     // and drops texts of white space. The text behind a tag that is written "<a />" is not
-    // written. A failed write shows in the file's error, and writing goes on.
+    // written, on purpose. A failed write shows in the file's error, and writing goes on.
     //
     //     <a v = 'it&apos;s'><b /></a>
     QX_API void write(FileOut& file, bool pretty, bool include_root) const;
@@ -174,7 +174,7 @@ public:
 QX_API void xml_sort_no_epilog(XML& xml, String const& attribute);
 
 // Trims content and epilog of the document and every tag at both ends. Bytes of 0x80 and above
-// count as white space here, like control characters.
+// count as white space here, like control characters, on purpose.
 //
 //     "  caf\xC3\xA9 "  =>  "caf"
 QX_API void xml_trim_content(XML& xml);

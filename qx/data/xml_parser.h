@@ -35,7 +35,7 @@ public:
     QX_API bool parse(FileIn& file);
 
     // Writes the document with its own tag. The output lacks the space in front of attributes, so
-    // that only this class is to read it. A failed write shows in the file's error.
+    // that only this class is to read it, on purpose. A failed write shows in the file's error.
     QX_API void write(FileOut& file, bool pretty) const;
 };
 
