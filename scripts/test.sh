@@ -60,6 +60,18 @@ unit_tests() {
   return $status
 }
 
+# The memory room with the internal checks: the arena is walked while the cases run, and released
+# blocks are filled.
+checked_memory() {
+  local checked=build/mingw-check
+  cmake --preset mingw-check || return 1
+  ninja -C $checked memory_test || return 1
+  ctest --test-dir $checked -L '^memory$' -j2 --output-on-failure --no-tests=error
+  local status=$?
+  grep -E 'tests passed|tests failed' "$log/checked.log" | tail -n 1
+  return $status
+}
+
 examples() {
   local program count=0
   for program in examples/*.cpp; do
@@ -108,6 +120,7 @@ if [ -n "$counted" ]; then
   passed=$((passed + counted - broken))
   failed=$((failed + broken))
 fi
+stage checked checked_memory
 stage package scripts/check_package.sh
 stage debugger scripts/check_debugger.sh
 stage examples examples

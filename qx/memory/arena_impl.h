@@ -2,6 +2,8 @@
 // whole of its work. None throws; null is exhaustion.
 #pragma once
 
+#include <cstring>
+
 #include "qx/memory/arena_bins_impl.h"
 
 #if defined(QX_SANITISE_ADDRESS)
@@ -86,6 +88,20 @@ QX_ALWAYS_INLINE void* allocate_small(State& s, Size need) {
     return allocate_small_slowly(s, need);
 }
 
+// The checks of a QX_CHECKS build: what is released reads as a pattern, and not as what it held.
+// What `next` does not take for a chunk in use is left alone.
+inline void poison(Chunk* chunk, Size size, Chunk const* next) {
+#if defined(QX_CHECKS)
+    constexpr int released = 0xDD;  // as a head: a free chunk's, larger than any footprint
+    bool const accepted = chunk < next && has(next, previous_in_use);
+    if (accepted) std::memset(payload(chunk), released, size - chunk_overhead);
+#else
+    static_cast<void>(chunk);
+    static_cast<void>(size);
+    static_cast<void>(next);
+#endif
+}
+
 inline void join_top(State& s, Chunk* chunk, Size size) {
     s.top_size += size;
     s.top = chunk;
@@ -135,6 +151,7 @@ inline void settle_with_previous(State& s, Chunk* chunk, Size size, Chunk* next)
     Chunk* const previous = chunk_before(chunk, previous_size);
     if (QX_UNLIKELY(!is_plausible(s, previous) || !has(next, previous_in_use))) return;
     if (QX_UNLIKELY(previous->head != (previous_size | previous_in_use))) return;
+    poison(chunk, size, next);
     size += previous_size;
     if (previous != s.victim) {
         unlink_chunk(s, previous, previous_size);
@@ -154,7 +171,10 @@ QX_ALWAYS_INLINE void release_chunk(State& s, Chunk* chunk) {
     Size const size = size_of(chunk);
     if (QX_UNLIKELY(size > s.footprint)) return;
     Chunk* const next = chunk_at(chunk, size);
-    if (has(chunk, previous_in_use)) return settle(s, chunk, size, next);
+    if (has(chunk, previous_in_use)) {
+        poison(chunk, size, next);
+        return settle(s, chunk, size, next);
+    }
     if (is_direct(chunk)) return release_direct(s, chunk);
     settle_with_previous(s, chunk, size, next);
 }

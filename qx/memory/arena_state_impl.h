@@ -53,7 +53,7 @@ enum ArenaFlags : unsigned int {
 // Set once, on first use, under a lock of its own. `magic` is written last: not 0 says "ready".
 // Its value, the page size and the flags but that for direct mappings decide nothing: the arena
 // always locks and takes its segments to be apart. They are kept because the settings are fixed as
-// a whole, and a debugger shows them.
+// a whole.
 struct Parameters {
     std::atomic<Size> magic;
     Size page_size;
