@@ -13,22 +13,16 @@ struct Pending {
 };
 
 unsigned int delay;
+decltype(&ReadFileEx) real_read;
 
-// On the issuing thread, in an alertable wait.
-void CALLBACK complete(void* argument, DWORD, DWORD) {
+// On the issuing thread, in an alertable wait, as the completion of the real read will be.
+void CALLBACK begin(void* argument, DWORD, DWORD) {
     Pending const pending = *static_cast<Pending*>(argument);
     delete static_cast<Pending*>(argument);
-    OVERLAPPED own = {};
-    own.Offset = pending.record->Offset;
-    own.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    DWORD done = 0, error = 0;
-    if (!ReadFile(pending.file, pending.data, pending.bytes, &done, &own)) error = GetLastError();
-    if (error == ERROR_IO_PENDING)
-        error = GetOverlappedResult(pending.file, &own, &done, TRUE) ? 0 : GetLastError();
-    CloseHandle(own.hEvent);
     CloseHandle(pending.timer);
     ++LateCompletion::delivered;
-    pending.routine(error, done, pending.record);
+    if (!real_read(pending.file, pending.data, pending.bytes, pending.record, pending.routine))
+        pending.routine(GetLastError(), 0, pending.record);
 }
 
 BOOL WINAPI read_late(
@@ -39,7 +33,7 @@ BOOL WINAPI read_late(
     due.QuadPart = -10000ll * delay;
     ++LateCompletion::begun;
     auto const pending = new Pending{timer, file, data, bytes, record, routine};
-    BOOL const set = SetWaitableTimer(timer, &due, 0, complete, pending, FALSE);
+    BOOL const set = SetWaitableTimer(timer, &due, 0, begin, pending, FALSE);
     SetLastError(0);
     return set;
 }
@@ -50,6 +44,7 @@ unsigned int LateCompletion::begun;
 unsigned int LateCompletion::delivered;
 
 LateCompletion::LateCompletion(unsigned int delay_ms) : stand_in_("ReadFileEx", read_late) {
+    real_read = reinterpret_cast<decltype(real_read)>(stand_in_.original());
     delay = delay_ms;
     begun = delivered = 0;
 }

@@ -1,5 +1,5 @@
-// late_completion.h - a stand-in for ReadFileEx whose completion arrives only after a while, as a
-// procedure call on the issuing thread.
+// late_completion.h - a stand-in for ReadFileEx that reads only after a while, in a procedure call
+// on the issuing thread.
 #pragma once
 
 #include "qx/base/windows.h"
@@ -12,9 +12,7 @@ class LateCompletion {
 public:
     explicit LateCompletion(unsigned int delay_ms);
 
-    bool found() const { return stand_in_.found(); }
-
-    // Reads begun, and completions delivered.
+    // Reads asked for, and those that came to be read.
     static unsigned int begun;
     static unsigned int delivered;
 
