@@ -3,6 +3,7 @@
 
 #include "qx/app/input.h"
 #include "tests/app/host.h"
+#include "tests/harness/balance.h"
 #include "tests/harness/stand_in.h"
 
 #define DIRECTINPUT_VERSION 0x0800
@@ -204,6 +205,56 @@ TEST(SystemDevices, show_synthetic_keys_and_come_back_with_the_focus) {
     }
     ASSERT_TRUE(host.come_to_front());
     EXPECT_TRUE(shows_w_held(false) && shows_w_held(true));
+    QX::release_hardware_controllers();
+}
+
+void send_mouse(DWORD flags, int x = 0, int y = 0, int wheel = 0) {
+    INPUT event = {};
+    event.type = INPUT_MOUSE;
+    event.mi = {x, y, static_cast<DWORD>(wheel), flags, 0, 0};
+    SendInput(1, &event, sizeof event);
+}
+
+TEST(SystemDevices, show_synthetic_motion_upward_positive) {
+    QX::on_app_focus_change(true);
+    test::Host host;
+    ASSERT_TRUE(host.come_to_front() && acquire(host.window.get_hwnd()));
+    ASSERT_TRUE(shows_w_held(false));
+    send_mouse(MOUSEEVENTF_MOVE, 3, -2);
+    send_mouse(MOUSEEVENTF_WHEEL, 0, 0, -120);
+    float x = 0, y = 0, wheel = 0;
+    EXPECT_TRUE(test::pump_until([&] {
+        if (!QX::read_hardware_controllers()) return false;
+        QX::MOUSE_STATE const now = *HARDWARE_CONTROLLER_STATE().mouse_state();
+        x += now.delta_x;
+        y += now.delta_y;
+        wheel += now.delta_wheel;
+        return x == 3 && y == 2 && wheel == 120;
+    })) << x
+        << ' ' << y << ' ' << wheel;
+    QX::release_hardware_controllers();
+}
+
+// An hour at 60 frames a second, run at full speed: QX_TEST_FRAMES=216000.
+TEST(Frames, leave_handles_windows_and_memory_as_they_were) {
+    test::Host host;
+    ASSERT_TRUE(host.come_to_front() && acquire(host.window.get_hwnd()));
+    auto const run = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            LPARAM const place = MAKELPARAM(i % 300, i % 200);
+            if (i % 4 == 0) PostMessageW(host.window.get_hwnd(), WM_MOUSEMOVE, 0, place);
+            QX::Application::process_message_queue();
+            QX::read_hardware_controllers();
+        }
+        return test::current_holdings();
+    };
+    char const* const frames = std::getenv("QX_TEST_FRAMES");
+    test::Holdings const before = run(2000);
+    test::Holdings const after = run(frames ? std::atoi(frames) : 10000);
+    EXPECT_LE(after.handles, before.handles);
+    EXPECT_LE(after.windows, before.windows);
+    EXPECT_LE(after.blocks, before.blocks);
+    EXPECT_LE(after.private_bytes, before.private_bytes + 64 * 1024);
     QX::release_hardware_controllers();
 }
 

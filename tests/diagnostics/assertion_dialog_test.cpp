@@ -5,6 +5,7 @@
 #include "qx/base/windows.h"
 #include "qx/diagnostics/teams.h"
 #include "tests/harness/stand_in.h"
+#include "tests/tasks/scheduler_fixture.h"
 
 #include <algorithm>
 #include <array>
@@ -188,6 +189,27 @@ TEST(AssertionDialog, is_laid_out_by_its_texts) {
         COLORREF const colour = texts.severity ? 0xFF : GetSysColor(COLOR_WINDOWTEXT);
         show_and([=](HWND dialog) { expect_layout(dialog, colour); }, texts);
     }
+}
+
+// --- Stacks --------------------------------------------------------------------------------------
+
+void* dialog_stack;
+
+INT_PTR note_stack() {
+    dialog_stack = reinterpret_cast<NT_TIB*>(NtCurrentTeb())->StackBase;
+    return task::detail::in_fiberful_task();
+}
+
+TEST(AssertionDialog, runs_on_the_stack_of_the_thread_when_asked_from_a_fibre) {
+    test::StandIn const call("DialogBoxIndirectParamW", note_stack);
+    test::Library const library(1);
+    std::atomic<bool> done = false;
+    task::spawn(test::fiberful, test::worker_threads, test::normal, [&] {
+        EXPECT_EQ(show(), 0);
+        EXPECT_NE(dialog_stack, reinterpret_cast<NT_TIB*>(NtCurrentTeb())->StackBase);
+        done = true;
+    });
+    test::await([&] { return done.load(); });
 }
 
 }  // namespace
