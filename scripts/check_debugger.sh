@@ -18,7 +18,8 @@ for _ in $(seq 600); do
 done
 timeout 120 x86_64-w64-mingw32-gdb -nx -batch -ex "set sysroot" -ex "file $program" \
   -ex "target remote localhost:$port" -ex "source tools/debugger/qxlibs_gdb.py" \
-  -ex "break show" -ex "continue" -ex "up" -ex "info locals" >build/log/debugger_gdb.log 2>&1 || true
+  -ex "break show" -ex "continue" -ex "up" -ex "info locals" \
+  >build/log/debugger_gdb.log 2>&1 || true
 sed -n '/^narrow = /,/^tree = /p' build/log/debugger_gdb.log >$shown
 
 diff - <(sed 's/, tags = /,\n  tags = /g' $shown) <<'END'

@@ -62,6 +62,10 @@ os.rename(sys.argv[1] + "/part", sys.argv[1] + "/port")
 asyncore.loop()
 '
 
+# A name to look up, where the machine knows it.
+host=localhost
+getent hosts $host >/dev/null || host=127.0.0.1
+
 # The most memory that the process has held, in KiB.
 watch_memory() {
   local most=0 now
@@ -76,7 +80,7 @@ watch_memory() {
 check_fetch() {
   head -c 100000000 /dev/urandom >"$folder/page"
   start "$web_server"
-  (cd "$folder" && exec $wine "$build/bin/fetch.exe" localhost "$port" /page copy) &
+  (cd "$folder" && exec $wine "$build/bin/fetch.exe" $host "$port" /page copy) &
   local fetch=$!
   local memory
   memory=$(watch_memory $fetch)
@@ -91,7 +95,7 @@ check_fetch() {
 check_mail() {
   { echo ".begins with a dot"; seq 30000; echo "..and ends with two"; } >"$folder/text"
   start "$mail_server"
-  (cd "$folder" && $wine "$build/bin/send_mail.exe" localhost "$port" a@here.example \
+  (cd "$folder" && $wine "$build/bin/send_mail.exe" $host "$port" a@here.example \
     b@there.example "The numbers" text)
   stop
   { echo "a@here.example|['b@there.example']"; printf 'Subject: The numbers\n\n'
