@@ -12,12 +12,9 @@ mkdir -p build/log
 
 port=$((20000 + RANDOM % 20000))
 $wine winedbg --gdb --no-start --port $port $program >build/log/debugger_stub.log 2>&1 &
-for _ in $(seq 600); do
-  grep -q "target remote" build/log/debugger_stub.log && break
-  sleep 0.1
-done
 timeout 120 x86_64-w64-mingw32-gdb -nx -batch -ex "set sysroot" -ex "file $program" \
-  -ex "target remote localhost:$port" -ex "source tools/debugger/qxlibs_gdb.py" \
+  -ex "set tcp connect-timeout 60" \
+  -ex "target remote 127.0.0.1:$port" -ex "source tools/debugger/qxlibs_gdb.py" \
   -ex "break show" -ex "continue" -ex "up" -ex "info locals" \
   >build/log/debugger_gdb.log 2>&1 || true
 sed -n '/^narrow = /,/^tree = /p' build/log/debugger_gdb.log >$shown
