@@ -103,7 +103,7 @@ TEST(SchedulerSoak, keeps_whole_over_many_starts) {
     int const seconds = text != nullptr ? std::atoi(text) : 1;
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     Watchdog watchdog;
-    Holdings holdings(seconds);
+    SoakLedger holdings(seconds);
     Random random(seed());
     while (std::chrono::steady_clock::now() < end) {
         unsigned int const forests = 1 + random.below(40);

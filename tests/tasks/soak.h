@@ -49,9 +49,9 @@ private:
 // than two): blocks of the arena that were not there at the start, and private bytes, of which the
 // least in each minute counts. What the arena keeps for later is left out: it keeps some megabytes,
 // now more, now fewer.
-class Holdings {
+class SoakLedger {
 public:
-    explicit Holdings(int seconds) : minute_(std::min(60000, seconds * 500)) { begin_minute(); }
+    explicit SoakLedger(int seconds) : minute_(std::min(60000, seconds * 500)) { begin_minute(); }
 
     void look(unsigned long long forests) {
         forests_ += forests;
