@@ -23,7 +23,7 @@ wanted() {
     share/qxlibs/{README.md,CHANGELOG.md,LICENSE} \
     share/qxlibs/debugger/{qxlibs.natvis,qxlibs_gdb.py} include/qx/memory/client_new.cpp
   find qx -name '*.h' ! -name '*_impl.h' |
-    grep -vxE 'qx/(base/windows|base/block_scan|memory/batches)\.h' | sed 's:^:include/:'
+    grep -vxFf cmake/private_headers.txt | sed 's:^:include/:'
   find docs examples -type f ! -name exports.txt ! -name CMakeLists.txt ! -name '*.args' |
     sed 's:^:share/qxlibs/:'
 }

@@ -12,13 +12,13 @@ import re
 import sys
 
 root = pathlib.Path(__file__).resolve().parent.parent
-PRIVATE = {"windows.h", "block_scan.h", "batches.h"}  # not installed
+PRIVATE = set((root / "cmake/private_headers.txt").read_text().split())  # not installed
 NOISE = re.compile(r"^\s*(#|namespace\b|\} +// namespace|public:|extern template)")
 
 
 def public_headers():
     for path in sorted((root / "qx").glob("*/*.h")):
-        if not path.stem.endswith("_impl") and path.name not in PRIVATE:
+        if not path.stem.endswith("_impl") and path.relative_to(root).as_posix() not in PRIVATE:
             yield path
 
 
