@@ -14,14 +14,15 @@ inline QX::Socket tcp() {
     return QX::Socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
 }
 
-// Bound to a free loopback port, which its address then tells.
-inline void bind_to_free_port(QX::Socket& socket) {
+// To a loopback port, which its address then tells, too.
+inline unsigned short bind_to_free_port(QX::Socket& socket) {
     socket.set_address("127.0.0.1", 0);
     socket.bind();
     sockaddr_in address = {};
     int size = sizeof address;
     getsockname(socket.handle(), reinterpret_cast<sockaddr*>(&address), &size);
     socket.set_address("127.0.0.1", ntohs(address.sin_port));
+    return ntohs(address.sin_port);
 }
 
 class Server {
@@ -30,12 +31,10 @@ public:
     using Script = std::vector<std::pair<std::string, std::string>>;
 
     explicit Server(Script script) : script_(std::move(script)), listener_(tcp()) {
-        bind_to_free_port(listener_);
+        port = bind_to_free_port(listener_);
         listener_.listen(1);
-        port = ntohs(listener_.address().sin_port);
-        thread_ = std::thread([this] { play(); });
+        thread_ = std::jthread([this] { play(); });
     }
-    ~Server() { heard(); }
 
     // Waits for the client's end. All that it has sent.
     std::string const& heard() {
@@ -61,7 +60,7 @@ private:
     Script script_;
     QX::Socket listener_;
     std::string heard_;
-    std::thread thread_;
+    std::jthread thread_;
 };
 
 }  // namespace test
