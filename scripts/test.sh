@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every check and test, from a bare Debian 12 machine: installs what is missing, builds, runs.
-# One line a stage; the last line gives the counts. Logs are under build/log/.
+# One line a stage; what failed is told again before the last line, which gives the counts. Logs
+# are under build/log/.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 build=build/mingw
@@ -8,14 +9,29 @@ log=build/log
 mkdir -p "$log"
 passed=0
 failed=0
+failures=
 started=$SECONDS
 
 finish() {
+  local name
+  for name in $failures; do
+    echo "---- $name failed ----"
+    what_failed "$log/$name.log"
+  done
   echo "tests: $passed passed, $failed failed"
   [ "$failed" -eq 0 ]
 }
 
-# stage NAME COMMAND…: runs quietly, shows the last line of a success or the end of a failure.
+# The failed cases of a test log, each with what it printed; the end of any other log.
+what_failed() {
+  if grep -q '\*\*\*' "$1"; then
+    awk '/\*\*\*/ { left = 25 } / Test +#.*Passed/ { left = 0 } left-- > 0' "$1" | head -n 120
+  else
+    tail -n 40 "$1"
+  fi
+}
+
+# stage NAME COMMAND…: runs quietly, shows the last line of a success or of a failure.
 stage() {
   local name=$1 since=$SECONDS
   shift
@@ -25,8 +41,8 @@ stage() {
     return 0
   fi
   failed=$((failed + 1))
+  failures+=" $name"
   printf 'FAILED  %-10s %4d s  %s\n' "$name" $((SECONDS - since)) "$log/$name.log"
-  tail -n 40 "$log/$name.log"
   return 1
 }
 
