@@ -28,7 +28,7 @@ T* make_array(unsigned int count) {
 }
 
 void free_aligned(void* items) {
-    QX::custom_free(QX::block_of_aligned(items));
+    if (items != nullptr) QX::custom_free(QX::block_of_aligned(items));
 }
 
 // These fibres are numbered by the task records, and get their context when they are first used.
@@ -41,7 +41,16 @@ void make_records_in_advance(Scheduler& in, unsigned int count) {
     }
 }
 
-void start_worker(Scheduler& in, unsigned int worker) {
+// All but the workers. What exhaustion leaves unmade stays null.
+void make_parts(Scheduler& in, unsigned int pre_created) {
+    in.free = make_array<FreeLists>(in.free_list_count());
+    make_records_in_advance(in, pre_created);
+    in.queues = make_array<TaskQueue>(in.queue_count());
+    in.worker_threads = make_array<QX::Thread>(in.worker_count);
+}
+
+// False if the system gives no thread.
+bool start_worker(Scheduler& in, unsigned int worker) {
     auto* const start =
         static_cast<WorkerStart*>(QX::custom_malloc(sizeof(WorkerStart), QX::HEAP_GENERAL));
     *start = {&in, worker};
@@ -49,6 +58,13 @@ void start_worker(Scheduler& in, unsigned int worker) {
         worker_stack_size, -1, QX::ThreadPriority::normal, run_worker, start,
         &in.worker_threads[worker], nullptr);
     if (id == 0) QX::custom_free(start);
+    return id != 0;
+}
+
+bool start_workers(Scheduler& in) {
+    for (unsigned int i = 0; i < in.worker_count; ++i)
+        if (!start_worker(in, i)) return false;
+    return true;
 }
 
 void stop_workers(Scheduler& in) {
@@ -64,6 +80,7 @@ void stop_workers(Scheduler& in) {
 }
 
 void free_records(Scheduler& in) {
+    if (in.free == nullptr) return;
     for (unsigned int i = 0; i < in.free_list_count(); ++i) {
         while (Task* const task = pop_list(in.free[i].task_records)) free_aligned(task);
         while (Fibre* const fibre = pop_list(in.free[i].fibres)) {
@@ -76,7 +93,8 @@ void free_records(Scheduler& in) {
 
 void free_scheduler(Scheduler& in) {
     free_records(in);
-    for (unsigned int i = 0; i < in.worker_count; ++i) in.worker_threads[i].store(nullptr);
+    for (unsigned int i = 0; in.worker_threads != nullptr && i < in.worker_count; ++i)
+        in.worker_threads[i].store(nullptr);
     free_aligned(in.worker_threads);
     free_aligned(in.queues);
     scheduler = nullptr;
@@ -111,18 +129,21 @@ unsigned int initialize(
     made->running = true;
     this_thread().thread_id = main_thread;
     made->worker_count = choose_worker_count(worker_threads, count_processors());
-    made->free = make_array<FreeLists>(made->free_list_count());
-    make_records_in_advance(*made, pre_created);
-    made->queues = make_array<TaskQueue>(made->queue_count());
-    made->worker_threads = make_array<QX::Thread>(made->worker_count);
     scheduler = made;
-    for (unsigned int i = 0; i < made->worker_count; ++i) start_worker(*made, i);
-    return made->worker_count;
+    try {
+        make_parts(*made, pre_created);
+        if (start_workers(*made)) return made->worker_count;
+    } catch (...) {
+        terminate();
+        throw;
+    }
+    terminate();
+    return 0;
 }
 
 void terminate() {
     if (scheduler == nullptr) return;
-    stop_workers(*scheduler);
+    if (scheduler->worker_threads != nullptr) stop_workers(*scheduler);
     free_scheduler(*scheduler);
 }
 

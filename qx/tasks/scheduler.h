@@ -72,7 +72,8 @@ enum class FiberMode : int {
 };
 
 // Starts the workers and makes the calling thread the main thread. Returns how many workers there
-// are, 0 if the library was initialised already.
+// are, 0 if the library was initialised already. It is 0 too where the system gives no thread for
+// one of them, and exhaustion passes std::bad_alloc on: the library is then not initialised.
 //
 // `manager` is borrowed until `terminate`, and may be null. `worker_threads` of 0 leaves the number
 // to the processors: one less than the cores with hyper-threading, else three quarters of the
@@ -186,7 +187,8 @@ public:
 
     // Returns when the count has been 0. A fibreful task leaves its thread until then; the main
     // thread, or one that the scheduler does not know, runs other tasks meanwhile; a worker in a
-    // fibreless task that would have to wait ends the process.
+    // fibreless task that would have to wait ends the process. Exhaustion passes std::bad_alloc to
+    // a waiting thread that has no memory for a task's fibre; a worker tries again.
     QX_API void wait();
 
     // For the scheduler, of a task that has left its fibre to wait.

@@ -219,10 +219,10 @@ struct TaskQueue {
         in.lock.release();
     }
 
-    void push_front(Task* task) {
+    void push_front(Task* first, Task* last) {
         out.lock.acquire();
-        task->next = out.first;
-        set_first(task);
+        last->next = out.first;
+        set_first(first);
         out.lock.release();
     }
 
@@ -353,7 +353,8 @@ void push_front(Task* task);
 // The next task for the calling thread, or null.
 Task* pop();
 
-// Runs the tasks of a chain, each until it has finished, waits or yields.
+// Runs the main thread's tasks of a chain, each until it has finished, waits or yields. Those
+// behind one that throws stand first in the queue again.
 void run_chain(Task* first);
 
 // A record with everything set but its place in a queue.

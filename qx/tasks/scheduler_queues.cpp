@@ -153,7 +153,7 @@ void push_front(Task* task) {
     Scheduler& in = *scheduler;
     Target const target = target_of(in, *task);
     count_urgent(in, target.number, 1);
-    in.queues[target.number].push_front(task);
+    in.queues[target.number].push_front(task, task);
     wake_if_needed(in, target.own);
 }
 

@@ -4,6 +4,7 @@
 #include "qx/tasks/guard_impl.h"
 #include "qx/tasks/scheduler_impl.h"
 
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -184,8 +185,20 @@ void finish_fibreful(Task* task) {
     keep_spare(thread.spare_task, task);
 }
 
+// False where there is no memory for a fibre, and the task is in a queue again. A worker tries it
+// later, as others may have ended; for other threads it is the caller's exhaustion.
+bool give_fibre(Task* task) try {
+    task->fibre = take_fibre();
+    return true;
+} catch (std::bad_alloc const&) {
+    push_back(task, task, 1);
+    if (this_thread().thread_id <= main_thread) throw;
+    give_way();
+    return false;
+}
+
 QX_ALWAYS_INLINE void run_fibreful(Task* task) {
-    if (task->fibre == wants_fibre()) task->fibre = take_fibre();
+    if (task->fibre == wants_fibre() && !give_fibre(task)) return;
     for (;;) {
         FibreMessage const& message = enter_fibre(*task);
         switch (message.kind) {
@@ -293,12 +306,24 @@ unsigned int run_worker(void* start_record) {
     return 0;
 }
 
+void put_back(Task* first) {
+    if (first == nullptr) return;
+    Task* last = first;
+    while (last->next != nullptr) last = last->next_task();
+    scheduler->queues[main_queue].push_front(first, last);
+}
+
 void run_chain(Task* task) {
     SpareRecords const spares;
     while (task != nullptr) {
         Task* const next = task->next_task();
         task->next = nullptr;
-        run(task);
+        try {
+            run(task);
+        } catch (...) {
+            put_back(next);
+            throw;
+        }
         task = next;
     }
 }

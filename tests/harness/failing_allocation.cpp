@@ -1,24 +1,24 @@
 #include "tests/harness/failing_allocation.h"
 
-#include <new>
+#include <gtest/gtest.h>
 
+#include <atomic>
+
+#include "qx/memory/arena.h"
 #include "qx/memory/heap.h"
 
 namespace test {
 
 namespace {
 
-unsigned int remaining;
-bool reached;
+std::atomic<unsigned int> remaining;
+std::atomic<bool> reached;
 
 // Runs after the block is made: gives it back and throws, which is what exhaustion looks like.
 void fail_in_turn(void const* block, unsigned int size) {
-    if (size == 0 || remaining == 0 || --remaining != 0) return;
+    if (size == 0 || remaining-- != 1) return;
     reached = true;
-    auto const hook = QX::allocation_hook;
-    QX::allocation_hook = nullptr;
     QX::custom_free(block);
-    QX::allocation_hook = hook;
     throw std::bad_alloc();
 }
 
@@ -36,6 +36,21 @@ FailingAllocation::~FailingAllocation() {
 
 bool FailingAllocation::fired() const {
     return reached;
+}
+
+void walk_allocations(std::initializer_list<Operation> operations, void (*begin)()) {
+    for (Operation const& operation : operations) {
+        bool fired = true;
+        for (unsigned int nth = 1; fired; ++nth) {
+            begin();
+            auto const blocks = QX::arena::statistics().blocks_in_use;
+            Attempt attempt(nth);
+            operation.run(attempt);
+            fired = attempt.fired();
+            EXPECT_EQ(QX::arena::statistics().blocks_in_use, blocks)
+                << operation.name << ", allocation " << nth;
+        }
+    }
 }
 
 }  // namespace test

@@ -1,0 +1,121 @@
+// What the tasks make of memory and threads that are not to be had.
+#include "tests/harness/failing_allocation.h"
+#include "tests/tasks/scheduler_fixture.h"
+
+#include <process.h>
+
+using namespace test;
+
+namespace {
+
+std::atomic<int> ran;
+
+unsigned int count_run(void*) {
+    ++ran;
+    return 0;
+}
+
+void start_and_end(Attempt& attempt) {
+    Processors const processors(4);
+    bool const started = attempt([] { task::initialize(nullptr, 3, 2); });
+    EXPECT_EQ(task::query::number_of_worker_threads(), started ? 3u : 0u);
+    task::terminate();
+}
+
+void spawn(Attempt& attempt) {
+    Library const library(1);
+    int spawned = 0;
+    attempt([&] {
+        for (; spawned < 3; ++spawned) {
+            task::Batch batch(main_thread, normal);
+            batch.spawn(spawned == 1 ? fiberless : fiberful, [] { ++ran; });
+            batch.submit();
+        }
+    });
+    task::run_main_thread_tasks();
+    EXPECT_EQ(ran, spawned);
+}
+
+// Each of three tasks waits for the others, so that all have fibres at once.
+void spawn_three(ThreadMask mask, task::Counter& all) {
+    for (int i = 0; i < 3; ++i) {
+        task::spawn(fiberful, mask, normal, [&] {
+            all.internal_decrement();
+            all.wait();
+            ++ran;
+        });
+    }
+}
+
+void make_fibres(Attempt& attempt) {
+    Library const library(1);
+    task::Counter all(3);
+    spawn_three(main_thread, all);
+    attempt([] { task::run_main_thread_tasks(); });
+    while (ran != 3) task::run_main_thread_tasks();
+}
+
+// A worker has nobody to tell: it goes on until there is memory.
+void make_fibres_of_a_worker(Attempt& attempt) {
+    Library const library(1);
+    task::Counter all(3);
+    std::atomic<bool> held = true;
+    task::spawn(fiberless, worker_threads, normal, [&] { await([&] { return !held; }); });
+    spawn_three(worker_threads, all);
+    EXPECT_TRUE(attempt([&] {
+        held = false;
+        await([] { return ran == 3; });
+    }));
+}
+
+void wait_for_a_counter(Attempt& attempt) {
+    Library const library(1);
+    task::Counter all(3);
+    spawn_three(main_thread, all);
+    if (!attempt([&] { all.wait(); })) all.wait();
+    while (ran != 3) task::run_main_thread_tasks();
+}
+
+// The name is free again for the next pool.
+void make_a_pool(Attempt& attempt) {
+    bool const made = attempt([] {
+        QX::ThreadPool pool(2, 4, 0, "short pool", nullptr, QX::ThreadPriority::normal);
+        EXPECT_NE(pool.work_to_do().handle(), nullptr);
+        pool.queue_job(count_run, nullptr);
+    });
+    EXPECT_EQ(ran, made);
+}
+
+TEST(Exhaustion, leaves_nothing_half_made_by_scheduler_counters_and_pool) {
+    walk_allocations(
+        {{"start and end", start_and_end},
+         {"spawn", spawn},
+         {"fibres", make_fibres},
+         {"fibres of a worker", make_fibres_of_a_worker},
+         {"wait", wait_for_a_counter},
+         {"pool", make_a_pool}},
+        [] { ran = 0; });
+}
+
+std::atomic<int> threads_to_give;
+
+uintptr_t give_so_many(
+    void* security, unsigned size, unsigned(__stdcall* entry)(void*), void* argument,
+    unsigned flags, unsigned* id) {
+    if (threads_to_give-- == 0) return 0;
+    return _beginthreadex(security, size, entry, argument, flags, id);
+}
+
+TEST(Scheduler, does_not_start_where_one_of_its_threads_does_not) {
+    Processors const processors(4);
+    StandIn const starts("_beginthreadex", give_so_many);
+    ASSERT_TRUE(starts.found());
+    for (int given : {0, 1, 2, 3}) {
+        threads_to_give = given;
+        EXPECT_EQ(task::initialize(nullptr, 3, 0), given == 3 ? 3u : 0u);
+        EXPECT_EQ(task::query::is_initialized(), given == 3);
+        task::terminate();
+    }
+}
+
+}  // namespace
