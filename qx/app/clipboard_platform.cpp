@@ -50,10 +50,10 @@ bool fill(HGLOBAL memory, String const& text) {
 }  // namespace
 
 void copy_to_clipboard(UniString const& text) {
+    String const narrow = must_fix_string_narrow(text);
     OpenedClipboard const clipboard;
     if (!clipboard) return;
     EmptyClipboard();
-    String const narrow = must_fix_string_narrow(text);
     HGLOBAL const memory = GlobalAlloc(GMEM_MOVEABLE, narrow.length() + 1ull);
     if (memory == nullptr) return;
     // What was placed belongs to the system.

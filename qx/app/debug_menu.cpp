@@ -1,5 +1,7 @@
 #include "qx/app/debug_menu.h"
 
+#include <memory>
+
 namespace QX {
 
 namespace {
@@ -88,11 +90,9 @@ void DebugMenuItem::add(DebugMenuItem& item, String const& path) {
     if (end != String::npos) {
         find_or_make_menu(path.substr(0, end), path).add(item, path.substr(end + 1));
     } else if (DebugMenuItem* const menu = find_child(path)) {
-        menu->children_.insert(menu->children_.begin(), &item);
-        menu->place(item, switch_name);
+        menu->place(item, switch_name, 0);
     } else {
-        children_.push_back(&item);
-        place(item, path);
+        place(item, path, children_.size());
     }
 }
 
@@ -105,16 +105,17 @@ DebugMenuItem* DebugMenuItem::find_child(String const& name) const {
 
 DebugMenuItem& DebugMenuItem::find_or_make_menu(String const& name, String const& path) {
     if (DebugMenuItem* const found = find_child(name)) return *found;
-    auto const menu = new DebugMenuItem(path, nullptr);
-    children_.push_back(menu);
-    place(*menu, name);
+    auto menu = std::make_unique<DebugMenuItem>(path, nullptr);
+    place(*menu, name, children_.size());
     menu->auto_created_ = true;
-    return *menu;
+    return *menu.release();
 }
 
-// The item is already in the list.
-void DebugMenuItem::place(DebugMenuItem& item, String const& name) {
-    item.name_ = name;
+// Where memory runs out the item is not placed.
+void DebugMenuItem::place(DebugMenuItem& item, String const& name, unsigned long long at) {
+    String placed_name(name);
+    children_.insert(children_.begin() + at, &item);
+    item.name_.swap(placed_name);
     item.parent_ = this;
     item.auto_created_ = false;
     item.dirty_ = true;

@@ -100,7 +100,7 @@ private:
 
     DebugMenuItem* find_child(String const& name) const;
     DebugMenuItem& find_or_make_menu(String const& name, String const& path);
-    void place(DebugMenuItem& item, String const& name);
+    void place(DebugMenuItem& item, String const& name, unsigned long long at);
     bool update_children();
 
     void (*function_)();

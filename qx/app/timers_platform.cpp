@@ -44,7 +44,12 @@ int set_timer(TimerCallback callback, unsigned int id, unsigned int period) {
         timers->remove(id);
     }
     auto const given = static_cast<unsigned int>(SetTimer(nullptr, id, period, timer_procedure));
-    timers->insert(given, callback);
+    try {
+        timers->insert(given, callback);
+    } catch (...) {
+        KillTimer(nullptr, given);
+        throw;
+    }
     return static_cast<int>(given);
 }
 
