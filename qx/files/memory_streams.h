@@ -221,6 +221,8 @@ public:
     char const* end() const { return end_; }
     // Whether the data is a mapping that this object made.
     bool mapped() const { return mapped_; }
+    // The mapping, null when there is none.
+    std::unique_ptr<MappedFilePlatform> const& view() const { return view_; }
 
 private:
     bool finish_open(unsigned long long size);

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -124,6 +126,22 @@ TEST(FileStreams, seek_from_the_end_with_a_position_below_zero) {
     EXPECT_TRUE(out.write("abcdef", 6) == 6 && out.seek(-1) && out.tell() == 5 && out.seek64(1));
     EXPECT_TRUE(!out.seek(-100) && out.status() == QX::FILE_BAD_COMMAND);
     EXPECT_TRUE(out.tell64() == 1 && out.error() == 0);
+}
+
+TEST(FileStreams, mark_themselves_closed_as_they_die) {
+    test::TempFolder const folder;
+    std::string const name = folder.write("a", "abc");
+    auto const status_after = [&](auto* stream) {
+        std::destroy_at(stream);
+        return stream->status();
+    };
+    alignas(16) unsigned char room[64];
+    EXPECT_EQ(status_after(new (room) FileIn(name.c_str(), false)), QX::FILE_NOT_FOUND);
+    auto* const mapped = new (room) MemFileIn;
+    EXPECT_TRUE(mapped->open(name.c_str()) && mapped->view()->size() == 3);
+    EXPECT_EQ(status_after(mapped), QX::FILE_NOT_FOUND);
+    auto* const out = new (room) FileOut(name.c_str());
+    EXPECT_TRUE(status_after(out) == QX::FILE_NOT_FOUND && out->error() == 6);
 }
 
 // Joined by '|'.
