@@ -1,5 +1,6 @@
 // scheduler.cpp - start and end, and what tasks ask about themselves.
 #include "qx/tasks/scheduler.h"
+#include "qx/memory/heap.h"
 
 #include "qx/tasks/scheduler_impl.h"
 

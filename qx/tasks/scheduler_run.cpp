@@ -1,5 +1,6 @@
 // What becomes of a task: its record, its fibre, its run, and the workers that run it.
 #include "qx/memory/arena.h"
+#include "qx/memory/heap.h"
 #include "qx/tasks/fibre.h"
 #include "qx/tasks/guard_impl.h"
 #include "qx/tasks/scheduler_impl.h"
