@@ -179,6 +179,7 @@ private:
 
     sockaddr_in address_ = {};
     mutable bool owner_ = false;  // lost by being copied
+    bool refused_ = false;        // the last connect has failed for good
 };
 
 }  // namespace QX

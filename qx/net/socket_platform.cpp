@@ -23,6 +23,12 @@ bool is_nothing_there(int code) {
     return code == WSAEWOULDBLOCK || code == 0;
 }
 
+// Codes of a connect after which the socket is connected, or may yet be.
+bool is_under_way(int code) {
+    return code == WSAEWOULDBLOCK || code == WSAEINPROGRESS || code == WSAEALREADY ||
+           code == WSAEINVAL || code == WSAEISCONN;
+}
+
 sockaddr* generic(sockaddr_in& address) {
     return reinterpret_cast<sockaddr*>(&address);
 }
@@ -132,6 +138,7 @@ Socket::~Socket() {
 void Socket::take(Socket const& source, bool borrow) {
     handle_ = source.handle_;
     address_ = source.address_;
+    refused_ = source.refused_;
     owner_ = !borrow && source.owner_;
     if (!borrow) source.owner_ = false;
 }
@@ -171,11 +178,17 @@ unsigned long long Socket::accept() {
 }
 
 bool Socket::connect() {
-    return ::connect(handle_, generic(address_), sizeof address_) == 0;
+    bool const connected = ::connect(handle_, generic(address_), sizeof address_) == 0;
+    refused_ = !connected && !is_under_way(WSAGetLastError());
+    return connected;
 }
 
 int Socket::send(char const* data, int size, int flags) {
-    return checked(::send(handle_, data, size, flags), SocketOperation::send);
+    int const count = ::send(handle_, data, size, flags);
+    // Wine calls a connection that never was one that was reset.
+    if (count == SOCKET_ERROR && refused_ && WSAGetLastError() == WSAECONNRESET)
+        WSASetLastError(WSAENOTCONN);
+    return checked(count, SocketOperation::send);
 }
 
 int Socket::receive(char* data, int size, int flags) {

@@ -113,8 +113,12 @@ TEST(Socket, ownership_moves_with_each_copy) {
     EXPECT_TRUE(is_open(handle));
     *last = view;
     EXPECT_TRUE(!is_open(handle) && is_open(other.handle()));
+    alignas(Socket) unsigned char room[sizeof(Socket)];
+    auto* const heir = new (room) Socket(*last);
     last.reset();
-    EXPECT_FALSE(is_open(other.handle()));
+    EXPECT_TRUE(is_open(other.handle()));
+    std::destroy_at(heir);
+    EXPECT_FALSE(is_open(other.handle()) || heir->valid());
 }
 
 TEST(Socket, adopting_a_handle_takes_the_peers_address_or_zero) {
@@ -131,6 +135,13 @@ TEST(Socket, every_operation_tells_its_own_failure) {
     Socket none;
     none.set_address("127.0.0.1", 9);
     SocketIPAddress const to(none.address());
+    Socket refused = tcp();
+    {
+        Socket silent = tcp();
+        test::bind_to_free_port(silent);
+        refused.set_address("127.0.0.1", ntohs(silent.address().sin_port));
+    }
+    EXPECT_TRUE(!refused.connect() && WSAGetLastError() == WSAECONNREFUSED);
     char byte = 0;
     std::string const reason = " failure: The descriptor is not a socket.";
     std::pair<std::string, std::function<void()>> const rows[] = {
@@ -138,6 +149,8 @@ TEST(Socket, every_operation_tells_its_own_failure) {
         {"listen" + reason, [&] { none.listen(1); }},
         {"accept" + reason, [&] { none.accept(); }},
         {"send" + reason, [&] { none.send("x", 1, 0); }},
+        {"send failure: The socket is not connected.",
+         [&] { Socket(refused, true).send("x", 1, 0); }},
         {"send" + reason, [&] { Socket::sendto(none, "x", 1, 0, to); }},
         {"recv" + reason, [&] { none.receive(&byte, 1, 0); }},
         {"recv" + reason, [&] { Socket::receivefrom(none, &byte, 1, 0, nullptr); }},
