@@ -126,6 +126,8 @@ private:
 
 class XML : public XML_TAG<XmlEquality::structure> {
 public:
+    using XML_TAG::XML_TAG;
+
     // Fills the tree from a writable, terminated text; false on text that is cut short or has a
     // bad reference, with the tree as far as it was read. A first byte of 0x80 and above (a byte
     // order mark) is refused with the tree untouched. The buffer is whole again on return, but

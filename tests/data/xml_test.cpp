@@ -33,6 +33,7 @@ TEST(Xml, copies_are_deep_and_may_come_from_inside) {
     auto const tree = parsed<QX::XML>("<?xml v='1'?>t<a n='1' m='2'>x<b/>y<c>z</c></a>w");
     QX::XML copy = tree;
     copy.tags[0].tags[1].content = "changed";
+    EXPECT_EQ(dump(QX::XML("n", "c")), "n\"c\"");
     EXPECT_STREQ(tree.tags[0].tags[1].content.c_str(), "z");
     QX::XML::Tag tag = tree.tags[0];
     tag = std::move(tag.tags[1]);
