@@ -94,13 +94,15 @@ bool control_held() {
     return (GetAsyncKeyState(VK_CONTROL) & 0x8000) != 0;
 }
 
-// A handler that sets neither height leaves the system's.
-void apply_min_max_info(QXWindowPlatform& window, MINMAXINFO& info) {
-    int max_height = info.ptMaxSize.y;
-    int max_track_height = info.ptMaxTrackSize.y;
+// A handler that sets neither height leaves the system's. Without a record only the call is made.
+void apply_min_max_info(QXWindowPlatform& window, MINMAXINFO* info) {
+    MINMAXINFO unasked = {};
+    if (info == nullptr) info = &unasked;
+    int max_height = info->ptMaxSize.y;
+    int max_track_height = info->ptMaxTrackSize.y;
     window.get_min_max_info(max_height, max_track_height);
-    info.ptMaxSize.y = max_height;
-    info.ptMaxTrackSize.y = max_track_height;
+    info->ptMaxSize.y = max_height;
+    info->ptMaxTrackSize.y = max_track_height;
 }
 
 }  // namespace
@@ -162,7 +164,7 @@ bool QXWindowPlatform::process_wnd_proc(
     case WM_ACTIVATE: activate(wparam != 0); return false;
     case WM_ACTIVATEAPP: activate_app(wparam != 0); return false;
     case WM_GETMINMAXINFO:
-        apply_min_max_info(*this, *reinterpret_cast<MINMAXINFO*>(lparam));
+        apply_min_max_info(*this, reinterpret_cast<MINMAXINFO*>(lparam));
         return false;
     case WM_NCHITTEST: return nc_hit_test();
     case WM_KEYDOWN: debug_key(word, control_held()); return false;
