@@ -141,6 +141,10 @@ private:
     friend class DebugMenuItem;
     friend class DebugMenuManagerSuppressAdditions;
 
+    // The tree's own operations of these names, beside the manager's.
+    using DebugMenuItem::add;
+    using DebugMenuItem::create;
+
     DebugMenuManager(QXWindow const& window, bool enabled);
 
     static DebugMenuManager* m_instance;

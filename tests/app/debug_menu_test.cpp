@@ -63,13 +63,13 @@ TEST(DebugMenu, paths_make_the_menus_that_they_name) {
     std::deque<DebugMenuItem> items;
     for (Row const& row : rows) {
         DebugMenuItem& item = items.emplace_back(QX::String(row.path), [] { ++runs; });
-        root->DebugMenuItem::add(item, item.path());
+        root->add(item, item.path());
         EXPECT_EQ(shape(*root), row.tree);
         EXPECT_TRUE(item.id() == row.id && item.dirty());
         root->command(row.id);
     }
     EXPECT_EQ(runs, 7);
-    EXPECT_TRUE(root->DebugMenuItem::create() && GetMenuItemCount(root->menu()) == 3);
+    EXPECT_TRUE(root->create() && GetMenuItemCount(root->menu()) == 3);
     for (auto result : {QX::UPDATE_REBUILT, QX::UPDATE_UNCHANGED})
         EXPECT_EQ(root->update(), result);
     items.clear();
