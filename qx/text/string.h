@@ -117,11 +117,17 @@ public:
     QX_API static String format_unsafe(String format, ...);
     QX_API static String format_unsafe(String format, ArgumentPointer arguments);
 
-    // Numbers alone.
+    // Numbers alone. Those of `int` and `double` choose between a radix and decimals.
     QX_API static String format(unsigned int value);
     QX_API static String format(unsigned int value, int radix);
     QX_API static String format(unsigned int value, unsigned int radix, char const* digits);
     QX_API static String format(float value, int decimals);
+    static String format(int value, int radix) {
+        return format(static_cast<unsigned int>(value), radix);
+    }
+    static String format(double value, int decimals) {
+        return format(static_cast<float>(value), decimals);
+    }
     QX_API static String format_signed(int value);
     QX_API static String format64(unsigned long long value);
 
@@ -259,11 +265,17 @@ public:
     QX_API static UniString format_unsafe(UniString format, ...);
     QX_API static UniString format_unsafe(UniString format, ArgumentPointer arguments);
 
-    // Numbers alone.
+    // Numbers alone. Those of `int` and `double` choose between a radix and decimals.
     QX_API static UniString format(unsigned int value);
     QX_API static UniString format(unsigned int value, int radix);
     QX_API static UniString format(unsigned int value, unsigned int radix, wchar_t const* digits);
     QX_API static UniString format(float value, int decimals);
+    static UniString format(int value, int radix) {
+        return format(static_cast<unsigned int>(value), radix);
+    }
+    static UniString format(double value, int decimals) {
+        return format(static_cast<float>(value), decimals);
+    }
     QX_API static UniString format(float value, unsigned short decimals, bool keep_zeros);
     QX_API static UniString format_signed(int value);
     QX_API static UniString format64(unsigned long long value);

@@ -138,6 +138,9 @@ TEST(NumberText, has_a_form_for_each_radix) {
         {text(String::format(4294967295u)) + text(UniString::format(0u)), "42949672950"},
         {text(String::format(0xFFFFFFFFu, 10)), "-1"},
         {text(String::format(35u, 36)) + text(String::format(255u, 16)), "zff"},
+        // Plain literals choose between a radix and decimals.
+        {text(String::format(-1, 16)) + text(String::format(1.5, 2)), "ffffffff1.50"},
+        {text(UniString::format(255, 16)) + text(UniString::format(1.5, 2)), "ff1.50"},
         {text(String::format_signed(INT_MIN)) + text(String::format64(1)), "-21474836481"},
         {text(String::format(5u, 1u, "ab")), std::string(32, 'a')},
         {text(String::format(5u, 0u, "ab")) + text(String::format(0u, 16, "ab")), "0"},
