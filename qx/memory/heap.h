@@ -95,7 +95,7 @@ public:
     QX_API void free(void const* block);
 
     // The bytes of the busy blocks of the system heap, cut to 32 bits; 0 if it cannot be walked.
-    QX_API unsigned int calculate_current_size();
+    QX_API unsigned int calculate_current_size() const;
 
     HEAPS id() const { return id_; }
     void* OS_heap() const { return os_heap_; }

@@ -52,7 +52,7 @@ HeapPlatform::~HeapPlatform() {
     if (os_heap_ != GetProcessHeap()) HeapDestroy(os_heap_);
 }
 
-unsigned int HeapPlatform::calculate_current_size() {
+unsigned int HeapPlatform::calculate_current_size() const {
     PROCESS_HEAP_ENTRY entry = {};
     unsigned int total = 0;
     while (HeapWalk(os_heap_, &entry)) {
