@@ -184,6 +184,10 @@ public:
 
     // The count at this moment, without ordering.
     QX_API unsigned int value() const;
+    unsigned int count() const { return value(); }
+
+    // The first of those who wait, or null; all ones while others are at the list.
+    detail::WaitLink const* waiters() const { return waiters_; }
 
     // Returns when the count has been 0. A fibreful task leaves its thread until then; the main
     // thread, or one that the scheduler does not know, runs other tasks meanwhile; a worker in a

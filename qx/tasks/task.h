@@ -8,9 +8,9 @@
 //
 //     task::execute_in_thread_context([&] { dialog.show(); });
 //
-// A callable is taken by value and moved into the task, where it is invoked once without arguments
-// and then destroyed, on the thread that runs the task. It may take 512 bytes: larger ones don't
-// compile, and capture a pointer instead.
+// A spawned callable is taken by value and moved into the task, where it is invoked once without
+// arguments and then destroyed, on the thread that runs the task. It may take 512 bytes: larger
+// ones don't compile, and capture a pointer instead.
 #pragma once
 
 #include "qx/tasks/scheduler.h"
@@ -73,6 +73,8 @@ public:
 
     ThreadMask thread_mask() const { return thread_mask_; }
     Priority priority() const { return priority_; }
+    detail::WaitLink const* first() const { return first_; }  // null while empty
+    detail::WaitLink const* last() const { return last_; }
     unsigned long long count() const { return count_; }
 
 private:
@@ -83,13 +85,17 @@ private:
     unsigned long long count_ = 0;
 };
 
-// Runs `callable` on the native stack of the thread that carries the fibre, for what does not bear
-// a fibre's stack; outside fibreful tasks simply runs it. Meanwhile no task is current: the id is
-// 0, nothing is inherited, and a wait is a thread's wait.
+// Runs the caller's own `callable` on the native stack of the thread that carries the fibre, for
+// what does not bear a fibre's stack; outside fibreful tasks simply runs it. Meanwhile no task is
+// current: the id is 0, nothing is inherited, and a wait is a thread's wait.
 template <typename Callable>
-void execute_in_thread_context(Callable callable) {
+void execute_in_thread_context(Callable&& callable) {
+    static_assert(
+        sizeof(std::decay_t<Callable>) <= detail::closure_size,
+        "a task's callable may take 512 bytes at most: capture a pointer or a reference instead");
     if (!detail::in_fiberful_task()) return static_cast<void>(callable());
-    detail::do_execute_in_thread_context(detail::TypeInfo<Callable>::value, &callable);
+    auto call = [&callable] { callable(); };
+    detail::do_execute_in_thread_context(detail::TypeInfo<decltype(call)>::value, &call);
 }
 
 }  // namespace task

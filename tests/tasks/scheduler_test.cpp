@@ -110,6 +110,15 @@ TEST(MainThread, runs_what_was_queued_when_the_call_began) {
     }
 }
 
+TEST(ThreadContext, runs_the_callers_own_callable_with_its_state) {
+    Library const library(1);
+    auto call = [calls = std::make_unique<int>(0)] { return ++*calls; };
+    task::execute_in_thread_context(call);
+    task::spawn(fiberful, main_thread, normal, [&] { task::execute_in_thread_context(call); });
+    task::run_main_thread_tasks();
+    EXPECT_EQ(call(), 3);
+}
+
 TEST(CounterDeathTest, that_a_fibreless_task_of_a_worker_has_to_wait_for_ends_the_process) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_DEATH(
