@@ -12,16 +12,35 @@ namespace QX {
 
 namespace {
 
-// Zeros behind the text: a terminator for a last column without a line end, and room for the
-// scan's last block.
-constexpr unsigned int slack = sizeof(__m128i);
+// True if the last column ends inside the text. A carriage return behind another may be the byte
+// that is stepped over, so a line feed behind it proves nothing.
+bool ends_its_last_line(char const* data, unsigned int size) {
+    if (size == 0 || data[size - 1] == '\r') return true;
+    if (size < 2 || data[size - 1] != '\n' || data[size - 2] != '\r') return false;
+    return size == 2 || data[size - 3] != '\r';
+}
+
+// The copy takes `size` bytes; where the last column has no line end, a terminator comes behind.
+char* copy_text(char const* data, unsigned int size) {
+    bool const whole = ends_its_last_line(data, size);
+    auto* const copy =
+        static_cast<char*>(custom_malloc(size + (whole ? 0ull : 1ull), HEAP_GENERAL));
+    if (size) std::memcpy(copy, data, size);
+    if (!whole) copy[size] = 0;
+    return copy;
+}
 
 char** make_columns(unsigned int count) {
     return static_cast<char**>(custom_malloc(count * 8ull, HEAP_GENERAL));
 }
 
-// One bit for each of 16 bytes that is a tab or a carriage return.
-unsigned int separators(char const* at) {
+// One bit for each of the next 16 bytes before `end` that is a tab or a carriage return.
+unsigned int separators(char const* at, char const* end) {
+    if (end - at < 16) {
+        unsigned int found = 0;
+        for (int i = 0; i != end - at; ++i) found |= (at[i] == '\t' || at[i] == '\r') << i;
+        return found;
+    }
     __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(at));
     __m128i const tabs = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\t'));
     __m128i const returns = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r'));
@@ -31,11 +50,8 @@ unsigned int separators(char const* at) {
 }  // namespace
 
 CSV_FILE::CSV_FILE(char const* data, unsigned int size, String const& default_value)
-    : buffer_(static_cast<char*>(custom_malloc(size + 0ull + slack, HEAP_GENERAL))), pos_(buffer_),
-      end_(buffer_ + size), default_value_(&default_value) {
-    if (size) std::memcpy(buffer_, data, size);
-    std::memset(end_, 0, slack);
-}
+    : buffer_(copy_text(data, size)), pos_(buffer_), end_(buffer_ + size),
+      default_value_(&default_value) {}
 
 CSV_FILE::~CSV_FILE() {
     custom_free(buffer_);
@@ -60,7 +76,7 @@ CSV_LINE::~CSV_LINE() {
 // Ends the line at a carriage return and gives the place where the next one starts. Kept: without
 // a line feed the step over it is made all the same, and the next line loses its first byte.
 char* CSV_LINE::end_line(char* at) {
-    if (at[1] == '\n') at[1] = 0;
+    if (at + 1 < file_->end_ && at[1] == '\n') at[1] = 0;
     return at + 2;
 }
 
@@ -80,7 +96,7 @@ bool CSV_LINE::readln() {
 char* CSV_LINE::split(char* column) {
     char* const end = file_->end_;
     for (char* block = column; block < end; block += sizeof(__m128i)) {
-        for (unsigned int found = separators(block); found; found &= found - 1) {
+        for (unsigned int found = separators(block, end); found; found &= found - 1) {
             char* const at = block + std::countr_zero(found);
             char const separator = *at;
             *at = 0;

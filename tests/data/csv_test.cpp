@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "qx/memory/heap.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
 
@@ -58,6 +59,22 @@ TEST(Csv, a_header_line_gives_the_columns_of_the_lines_below) {
     EXPECT_EQ(line.get_int32(QX::CSV_LINE::ncol), 0);
     EXPECT_STREQ(line.get_temp_string(3), "");
     EXPECT_EQ(header.find_column("name"), 0u);
+}
+
+unsigned int taken;
+
+TEST(Csv, takes_the_size_of_the_text_and_a_terminator_only_for_a_line_without_end) {
+    std::tuple<std::string, unsigned int> const rows[] = {
+        {"", 0},     {"a\tb\r\n", 5}, {"\r\n", 2},  {"a\r\r", 3},
+        {"a\tb", 4}, {"b\n", 3},      {"a\n\r", 3}, {"a\r\r\n", 5},
+    };
+    for (auto const& [text, size] : rows) {
+        QX::allocation_hook = [](void const*, unsigned int bytes) { taken += bytes; };
+        taken = 0;
+        { QX::CSV_FILE const file(text.data(), static_cast<unsigned int>(text.size()), fallback); }
+        QX::allocation_hook = nullptr;
+        EXPECT_EQ(taken, size) << text;
+    }
 }
 
 // The rules taken byte by byte, as they are told.
