@@ -80,6 +80,7 @@
 #include "qx/tasks/task.h"
 #include "qx/tasks/thread.h"
 #include "qx/tasks/thread_pool.h"
+#include "qx/tasks/threads.h"
 #include "qx/text/basic_string.h"
 #include "qx/text/convert.h"
 #include "qx/text/format.h"

@@ -19,7 +19,7 @@ FLOORS = [
      "memory/pools", "memory/stack_allocator", "memory/transient_allocator",
      "memory/string_pool"],
     ["text/basic_string > text/string > text/convert > text/parse text/match > text/format"],
-    ["tasks/semaphore tasks/event > tasks/thread > tasks/thread_pool",
+    ["tasks/semaphore tasks/event > tasks/thread > tasks/threads tasks/thread_pool",
      "files/error_codes > files/file_streams files/mapped_file > files/memory_streams "
      "files/async_in",
      "app/process", "app/cpu_config", "app/floating_point", "app/power", "app/uuid",
