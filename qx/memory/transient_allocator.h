@@ -29,6 +29,12 @@ public:
     // its end.
     QX_API void* allocate(unsigned long long size, unsigned long long alignment);
 
+    // The next free address, which another thread may have moved since.
+    unsigned long long current() const { return current_.load(); }
+    // The buffer's start, and one past it.
+    char* base() const { return base_; }
+    char* end() const { return end_; }
+
 private:
     std::atomic<unsigned long long> current_ = 0;
     char* base_ = nullptr;

@@ -103,8 +103,9 @@ TEST(TransientAllocator, wraps_only_where_the_end_would_be_passed) {
     EXPECT_EQ(ring.allocate(1, 1), base);
     EXPECT_EQ(ring.allocate(30, 16), base + 16);
     EXPECT_EQ(ring.allocate(1000, 16), base);
+    EXPECT_EQ(ring.current(), reinterpret_cast<unsigned long long>(ring.end()));
     std::destroy_at(&ring);  // and once more at the end of the block
-    EXPECT_EQ(ring.base_, nullptr);
+    EXPECT_EQ(ring.base(), nullptr);
 }
 
 TEST(TransientAllocator, gives_threads_pieces_that_do_not_overlap) {
