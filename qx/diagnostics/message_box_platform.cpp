@@ -61,14 +61,21 @@ bool is_settled_by_hook(bool information, UniString const& text, bool& result, b
     return !qx_message_box_hook(information, copy, result, ignore_all);
 }
 
-// The box under the name of the program. Any number that is no answer: no box was to be had.
-int show_box(UniString const& text, UINT flags) {
-    wchar_t caption[caption_size] = {};
-    GetModuleFileNameW(nullptr, caption, caption_size);
-    caption[caption_size - 1] = 0;
+// The program's name, as far as it fits.
+struct Caption {
+    wchar_t text[caption_size] = {};
+
+    Caption() {
+        GetModuleFileNameW(nullptr, text, caption_size);
+        text[caption_size - 1] = 0;
+    }
+};
+
+// Any number that is no answer: no box was to be had.
+int show_box(UniString const& text, Caption const& caption, UINT flags) {
     int answer = 0;
     task::execute_in_thread_context(
-        [&] { answer = MessageBoxW(nullptr, text.c_str(), caption, flags); });
+        [&] { answer = MessageBoxW(nullptr, text.c_str(), caption.text, flags); });
     return answer;
 }
 
@@ -149,8 +156,9 @@ bool message_box(bool information, UniString const& text) {
     if (is_settled_by_hook(information, text, result, ignore_all)) return result;
 
     write_to_debugger(text);
+    Caption const caption;  // the same when the box comes back
     for (;;) {
-        int const answer = show_box(text, information ? flags_information : flags_failure);
+        int const answer = show_box(text, caption, information ? flags_information : flags_failure);
         if (answer != IDABORT) return answer == IDRETRY || answer == IDCANCEL;
         task::execute_in_thread_context([] { confirm_exit(0); });
     }
@@ -166,7 +174,7 @@ bool message_box_ok_cancel(UniString const& text) {
     if (is_settled_by_hook(true, text, result, ignore_all)) return result;
 
     write_to_debugger(text);
-    return show_box(text, flags_question) == IDOK;
+    return show_box(text, Caption(), flags_question) == IDOK;
 }
 
 void message_txt(String const& text) {

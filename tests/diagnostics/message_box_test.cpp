@@ -107,9 +107,17 @@ private:
 
 class Decisions : public Boxes {};
 
+int captions;
+
+DWORD WINAPI count_caption(HMODULE module, wchar_t* name, DWORD size) {
+    ++captions;
+    return GetModuleFileNameW(module, name, size);
+}
+
 TEST_F(Boxes, answer_true_for_retry_and_ask_again_after_a_withdrawn_abort) {
     int const answers[] = {IDOK, IDRETRY, IDIGNORE, IDCANCEL, IDABORT, IDCANCEL, IDABORT, IDOK, -1};
     next_answer = answers;
+    test::StandIn const names("GetModuleFileNameW", count_caption);
     std::wstring expected = L"text|65600 text|";  // 0x10040
     EXPECT_FALSE(QX::message_box(true, QX::String("text")));
     for (bool result : {true, false, true, false}) {
@@ -118,6 +126,7 @@ TEST_F(Boxes, answer_true_for_retry_and_ask_again_after_a_withdrawn_abort) {
     }
     std::wstring const sure = L"8497 Are you sure you want to abort the process?|";
     EXPECT_EQ(events, expected + sure + L"65554 text|" + sure + L"exit 0|65554 text|");
+    EXPECT_EQ(captions, 5);  // asked for once, however often the box comes back
 }
 
 TEST_F(Boxes, belong_to_the_hook_that_settles_them) {
