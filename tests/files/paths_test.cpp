@@ -561,7 +561,6 @@ TEST(FileNameDeathTest, threads_that_make_the_first_names_get_one_pointer_for_ea
         QX::destroy_filesystem();
         std::exit(testing::Test::HasFailure());
     };
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 

@@ -79,7 +79,6 @@ TEST(ExceptionsFilter, ends_the_task_where_it_says_so) {
 }
 
 TEST(ExceptionsFilterDeathTest, that_is_missing_or_says_no_lets_the_exception_pass_on) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     struct {
         FiberMode mode;
         long (*filter)(_EXCEPTION_POINTERS*);

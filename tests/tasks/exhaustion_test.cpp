@@ -36,44 +36,48 @@ void spawn(Attempt& attempt) {
     EXPECT_EQ(ran, spawned);
 }
 
-// Each of three tasks waits for the others, so that all have fibres at once.
-void spawn_three(ThreadMask mask, task::Counter& all) {
-    for (int i = 0; i < 3; ++i) {
-        task::spawn(fiberful, mask, normal, [&] {
-            all.internal_decrement();
-            all.wait();
-            ++ran;
-        });
+// Three tasks that wait for each other, so that all have fibres at once.
+class Meeting {
+public:
+    explicit Meeting(ThreadMask mask) {
+        for (int i = 0; i < 3; ++i) {
+            task::spawn(fiberful, mask, normal, [this] {
+                all.internal_decrement();
+                all.wait();
+                ++ran;
+            });
+        }
     }
-}
+    ~Meeting() {
+        while (ran != 3) task::run_main_thread_tasks();
+    }
+
+    task::Counter all{3};
+};
 
 void make_fibres(Attempt& attempt) {
     Library const library(1);
-    task::Counter all(3);
-    spawn_three(main_thread, all);
+    Meeting const meeting(main_thread);
     attempt([] { task::run_main_thread_tasks(); });
-    while (ran != 3) task::run_main_thread_tasks();
+}
+
+void wait_for_a_counter(Attempt& attempt) {
+    Library const library(1);
+    Meeting meeting(main_thread);
+    attempt([&] { meeting.all.wait(); });
+    meeting.all.wait();
 }
 
 // A worker has nobody to tell: it goes on until there is memory.
 void make_fibres_of_a_worker(Attempt& attempt) {
     Library const library(1);
-    task::Counter all(3);
     std::atomic<bool> held = true;
     task::spawn(fiberless, worker_threads, normal, [&] { await([&] { return !held; }); });
-    spawn_three(worker_threads, all);
+    Meeting const meeting(worker_threads);
     EXPECT_TRUE(attempt([&] {
         held = false;
         await([] { return ran == 3; });
     }));
-}
-
-void wait_for_a_counter(Attempt& attempt) {
-    Library const library(1);
-    task::Counter all(3);
-    spawn_three(main_thread, all);
-    if (!attempt([&] { all.wait(); })) all.wait();
-    while (ran != 3) task::run_main_thread_tasks();
 }
 
 // The name is free again for the next pool.

@@ -164,7 +164,6 @@ TEST(Fibre, without_floating_point_carries_the_control_words_over) {
 }
 
 TEST(FibreDeathTest, entry_that_returns_ends_the_process_with_0) {
-    testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(
         {
             TestFibre fibre(nullptr, [](void*) {});

@@ -122,17 +122,12 @@ DWORD exit_code(QX::Thread const& thread) {
     return code;
 }
 
-struct NameRecord {
-    DWORD type;
-    char const* name;
-    DWORD thread_id;
-    DWORD flags;
-} named;
+ULONG_PTR named[3];  // type, name, thread id and flags
 
 LONG WINAPI note_name(EXCEPTION_POINTERS* pointers) {
     EXCEPTION_RECORD const& record = *pointers->ExceptionRecord;
     if (record.ExceptionCode == 0x406D1388 && record.NumberParameters == 3)
-        std::memcpy(&named, record.ExceptionInformation, sizeof named);
+        std::memcpy(named, record.ExceptionInformation, sizeof named);
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
@@ -157,14 +152,10 @@ TEST(Thread, starts_in_full_with_name_priority_core_and_exit_code_0) {
         EXPECT_EQ(seen.thread_id, id);
         EXPECT_EQ(seen.priority, row.priority);
         EXPECT_EQ(seen.affinity, row.mask) << int{row.core};
-        EXPECT_TRUE(named.type == 0x1000 && named.thread_id == id && named.flags == 0);
-        EXPECT_STREQ(named.name, "a name");
+        EXPECT_TRUE(named[0] == 0x1000 && named[2] == id);
+        EXPECT_STREQ(reinterpret_cast<char*>(named[1]), "a name");
     }
     RemoveVectoredExceptionHandler(listener);
-}
-
-uintptr_t refuse_start(void*, unsigned, unsigned(__stdcall*)(void*), void*, unsigned, unsigned*) {
-    return 0;
 }
 
 TEST(Thread, starts_plainly_with_the_entrys_exit_code_or_gives_0) {
@@ -173,7 +164,8 @@ TEST(Thread, starts_plainly_with_the_entrys_exit_code_or_gives_0) {
     unsigned int const id = QX::run_in_native_thread(note_thread, &seen, thread);
     EXPECT_EQ(exit_code(thread), 77u);
     EXPECT_EQ(seen.thread_id, id);
-    test::StandIn const refused("_beginthreadex", refuse_start);
+    test::StandIn const refused(
+        "_beginthreadex", +[] { return uintptr_t{0}; });
     ASSERT_TRUE(refused.found());
     EXPECT_EQ(QX::run_in_native_thread(note_thread, nullptr, thread), 0u);
     EXPECT_EQ(thread.handle(), nullptr);

@@ -94,55 +94,45 @@ TEST(ThreadPool, gives_a_second_pool_of_one_name_no_semaphores) {
 
 // --- Threads -------------------------------------------------------------------------------------
 
-// Numbers that jobs add up, a ring's worth at once. Some pass their place on to a job of their own.
-struct Load {
-    ThreadPool* pool;
-    std::atomic<int> room = 15;  // one below the ring's size
-    std::atomic<long long> sum = 0;
-    std::atomic<int> begun = 0;
-    std::atomic<int> ended = 0;
-} * load;
+ThreadPool* adders;
+std::atomic<long long> sum;
+std::atomic<int> begun, ended;
 
+// Each number passes its place on to its half.
 unsigned int add(void* of) {
     auto const value = reinterpret_cast<std::uintptr_t>(of);
-    load->sum += value;
-    if (value % 3 == 0)
-        load->pool->queue_job(add, reinterpret_cast<void*>(value / 3 * 7 + 1));
-    else
-        ++load->room;
+    sum += value;
+    if (value != 0) adders->queue_job(add, reinterpret_cast<void*>(value / 2));
     return 99;  // dropped
 }
 
 TEST(ThreadPool, loses_no_job_and_calls_back_once_on_each_thread) {
-    Load made = {};
-    load = &made;
-    ThreadPool::s_thread_begin_callback = [] { ++load->begun; };
-    ThreadPool::s_thread_end_callback = [] { ++load->ended; };
-    long long expected = 0;
+    ThreadPool::s_thread_begin_callback = [] { ++begun; };
+    ThreadPool::s_thread_end_callback = [] { ++ended; };
     {
         ThreadPool pool(3, 16, 65536, nullptr, nullptr, normal);
-        made.pool = &pool;
+        adders = &pool;
         auto const produce = [&] {
-            for (std::uintptr_t i = 1; i <= 600; ++i) {
-                for (; made.room.fetch_sub(1) <= 0; Sleep(0)) ++made.room;
-                pool.queue_job(add, reinterpret_cast<void*>(i));
+            for (std::uintptr_t value = 64; value < 128; ++value) {
+                while (pool.pending_jobs() > 9) Sleep(0);  // room for what the jobs queue
+                pool.queue_job(add, reinterpret_cast<void*>(value));
             }
         };
         std::thread other(produce);
         produce();
         other.join();
-        while (made.begun < 3) Sleep(1);
-        EXPECT_EQ(made.ended, 0);
+        while (begun < 3) Sleep(1);
+        EXPECT_EQ(ended, 0);
     }
     ThreadPool::s_thread_begin_callback = nullptr;
     ThreadPool::s_thread_end_callback = nullptr;
-    for (long long i = 1; i <= 600; ++i) {
-        for (long long value = i; value != 0; value = value % 3 == 0 ? value / 3 * 7 + 1 : 0)
-            expected += 2 * value;
-    }
-    EXPECT_EQ(made.sum, expected);
-    EXPECT_EQ(made.begun, 3);
-    EXPECT_EQ(made.ended, 3);
+    // 64 numbers twice, and each time 2, 4, 8 and so on of those with one bit less.
+    long long expected = 0;
+    for (long long first = 64, times = 2; first != 0; first /= 2, times *= 2)
+        expected += times * first * (3 * first - 1) / 2;
+    EXPECT_EQ(sum, expected);
+    EXPECT_EQ(begun, 3);
+    EXPECT_EQ(ended, 3);
 }
 
 std::vector<DWORD_PTR> masks;
