@@ -15,7 +15,7 @@ using test::Attempt;
 
 namespace {
 
-void create_a_window(Attempt& attempt) {
+void create_a_window(Attempt const& attempt) {
     QX::QXWindow window;
     bool const created = attempt([&] {
         window.create({}, {nullptr, L"STATIC", L"a title", nullptr, false, 0x00CF0000}, false);
@@ -38,7 +38,7 @@ BOOL WINAPI note_end(HWND, UINT_PTR) {
 }
 
 // The caller can end no timer whose id it was not told.
-void set_timers(Attempt& attempt) {
+void set_timers(Attempt const& attempt) {
     int told = running = 0;
     test::StandIn const set("SetTimer", give_next_id), kill("KillTimer", note_end);
     attempt([&] {
@@ -48,7 +48,7 @@ void set_timers(Attempt& attempt) {
     for (; told > 0; --told) QX::kill_timer(last_id + 1 - told);
 }
 
-void name_a_key(Attempt& attempt) {
+void name_a_key(Attempt const& attempt) {
     test::Host host;
     QX::Application application(QX::ApplicationInitialiser{GetModuleHandleW(nullptr)});
     attempt([&] {
@@ -59,7 +59,7 @@ void name_a_key(Attempt& attempt) {
 }
 
 // An item hangs in the tree or does not know of it.
-void fill_the_debug_menu(Attempt& attempt) {
+void fill_the_debug_menu(Attempt const& attempt) {
     QX::DebugMenuManager::m_instance = nullptr;
     std::optional<QX::DebugMenuItem> items[3];
     attempt([&] {
@@ -77,7 +77,7 @@ void fill_the_debug_menu(Attempt& attempt) {
     QX::DebugMenuManager::destroy();
 }
 
-void copy_and_paste(Attempt& attempt) {
+void copy_and_paste(Attempt const& attempt) {
     attempt([] {
         QX::copy_to_clipboard(L"a text of some length");
         QX::paste_from_clipboard();

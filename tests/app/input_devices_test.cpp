@@ -180,6 +180,17 @@ TEST_F(ScriptedDevices, show_a_change_for_one_frame_and_keys_with_the_focus_alon
 
 // --- The system's devices ------------------------------------------------------------------------
 
+class SystemDevices : public testing::Test {
+protected:
+    void SetUp() override {
+        QX::on_app_focus_change(true);
+        ASSERT_TRUE(host_.come_to_front() && acquire(host_.window.get_hwnd()));
+    }
+    ~SystemDevices() override { QX::release_hardware_controllers(); }
+
+    test::Host host_;
+};
+
 bool shows_w_held(bool held) {
     INPUT event = {};
     event.type = INPUT_KEYBOARD;
@@ -191,10 +202,7 @@ bool shows_w_held(bool held) {
     });
 }
 
-TEST(SystemDevices, show_synthetic_keys_and_come_back_with_the_focus) {
-    QX::on_app_focus_change(true);
-    test::Host host;
-    ASSERT_TRUE(host.come_to_front() && acquire(host.window.get_hwnd()));
+TEST_F(SystemDevices, show_synthetic_keys_and_come_back_with_the_focus) {
     EXPECT_TRUE(shows_w_held(false) && shows_w_held(true));
     EXPECT_FALSE(QX::localised_key_name(QX::KEY_SPACE).empty());
     EXPECT_TRUE(QX::localised_key_name(QX::KEY_COUNT).empty());
@@ -203,9 +211,8 @@ TEST(SystemDevices, show_synthetic_keys_and_come_back_with_the_focus) {
         ASSERT_TRUE(other.come_to_front());
         EXPECT_FALSE(QX::read_hardware_controllers());
     }
-    ASSERT_TRUE(host.come_to_front());
+    ASSERT_TRUE(host_.come_to_front());
     EXPECT_TRUE(shows_w_held(false) && shows_w_held(true));
-    QX::release_hardware_controllers();
 }
 
 void send_mouse(DWORD flags, int x = 0, int y = 0, int wheel = 0) {
@@ -215,10 +222,7 @@ void send_mouse(DWORD flags, int x = 0, int y = 0, int wheel = 0) {
     SendInput(1, &event, sizeof event);
 }
 
-TEST(SystemDevices, show_synthetic_motion_upward_positive) {
-    QX::on_app_focus_change(true);
-    test::Host host;
-    ASSERT_TRUE(host.come_to_front() && acquire(host.window.get_hwnd()));
+TEST_F(SystemDevices, show_synthetic_motion_upward_positive) {
     ASSERT_TRUE(shows_w_held(false));
     send_mouse(MOUSEEVENTF_MOVE, 3, -2);
     send_mouse(MOUSEEVENTF_WHEEL, 0, 0, -120);
@@ -232,17 +236,16 @@ TEST(SystemDevices, show_synthetic_motion_upward_positive) {
         return x == 3 && y == 2 && wheel == 120;
     })) << x
         << ' ' << y << ' ' << wheel;
-    QX::release_hardware_controllers();
 }
 
+using Frames = SystemDevices;
+
 // An hour at 60 frames a second, run at full speed: QX_TEST_FRAMES=216000.
-TEST(Frames, leave_handles_windows_and_memory_as_they_were) {
-    test::Host host;
-    ASSERT_TRUE(host.come_to_front() && acquire(host.window.get_hwnd()));
+TEST_F(Frames, leave_handles_windows_and_memory_as_they_were) {
     auto const run = [&](int count) {
         for (int i = 0; i < count; ++i) {
             LPARAM const place = MAKELPARAM(i % 300, i % 200);
-            if (i % 4 == 0) PostMessageW(host.window.get_hwnd(), WM_MOUSEMOVE, 0, place);
+            if (i % 4 == 0) PostMessageW(host_.window.get_hwnd(), WM_MOUSEMOVE, 0, place);
             QX::Application::process_message_queue();
             QX::read_hardware_controllers();
         }
@@ -251,11 +254,8 @@ TEST(Frames, leave_handles_windows_and_memory_as_they_were) {
     char const* const frames = std::getenv("QX_TEST_FRAMES");
     test::Holdings const before = run(2000);
     test::Holdings const after = run(frames ? std::atoi(frames) : 10000);
-    EXPECT_LE(after.handles, before.handles);
-    EXPECT_LE(after.windows, before.windows);
-    EXPECT_LE(after.blocks, before.blocks);
+    test::expect_no_growth(before, after);
     EXPECT_LE(after.private_bytes, before.private_bytes + 64 * 1024);
-    QX::release_hardware_controllers();
 }
 
 }  // namespace

@@ -84,41 +84,34 @@ SHORT WINAPI state_control(int key) {
     return key == VK_CONTROL ? -1 : 0;
 }
 
+// A handler is told once, and of the answers two are passed on. Of the sizes it may set two
+// heights.
 TEST(Window, every_message_makes_its_one_call_or_none) {
     test::StandIn const keys("GetAsyncKeyState", state_control);
-    MINMAXINFO info = {};
+    MINMAXINFO const expected = {{1, 2}, {3, 700}, {5, 6}, {7, 8}, {9, 800}};
+    MINMAXINFO info = {{1, 2}, {3, 4}, {5, 6}, {7, 8}, {9, 10}};
     RecordingHandler handler;
-    QX::QXWindow window(&handler);
+    QX::QXWindow window;
     auto const handles = [&](unsigned int message, unsigned long long wparam) {
+        handler.calls.clear();
         return window.process_wnd_proc(message, wparam, reinterpret_cast<long long>(&info));
     };
+    for (Dispatch const& row : dispatches) EXPECT_FALSE(handles(row.message, row.wparam));
+    EXPECT_TRUE(info.ptMaxSize.y == 4 && info.ptMaxTrackSize.y == 10);
+    window.set_event_handler(handler);
     for (Dispatch const& row : dispatches) {
         bool const answers = row.message == WM_NCHITTEST || row.message == WM_SYSCOMMAND;
         for (bool answer : {false, true}) {
-            handler.calls.clear();
             handler.answer = answer;
             EXPECT_EQ(handles(row.message, row.wparam), answers && answer) << row.message;
             EXPECT_EQ(handler.calls, std::vector<std::string>{row.call});
         }
     }
-    handler.calls.clear();
-    for (unsigned int message = 0; message <= 0xFFFF; ++message) handles(message, 0x10007);
-    EXPECT_EQ(handler.calls.size(), 11u);  // of the session's changes the locks alone count
-}
-
-TEST(Window, min_max_info_takes_the_two_heights_alone) {
-    MINMAXINFO const given = {{1, 2}, {3, 4}, {5, 6}, {7, 8}, {9, 10}};
-    MINMAXINFO const expected = {{1, 2}, {3, 700}, {5, 6}, {7, 8}, {9, 800}};
-    MINMAXINFO info = given;
-    auto const lparam = reinterpret_cast<long long>(&info);
-    QX::QXWindow window;
-    for (Dispatch const& row : dispatches)  // nothing answers without a handler
-        EXPECT_FALSE(window.process_wnd_proc(row.message, row.wparam, lparam));
-    EXPECT_EQ(std::memcmp(&info, &given, sizeof info), 0);
-    RecordingHandler handler;
-    window.set_event_handler(handler);
-    window.process_wnd_proc(WM_GETMINMAXINFO, 0, lparam);
     EXPECT_EQ(std::memcmp(&info, &expected, sizeof info), 0);
+    std::size_t calls = 0;
+    for (unsigned int message = 0; message <= 0xFFFF; ++message, calls += handler.calls.size())
+        handles(message, 0x10007);
+    EXPECT_EQ(calls, 11u);  // of the session's changes the locks alone count
 }
 
 std::string debug_line;

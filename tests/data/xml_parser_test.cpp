@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <new>
 #include <string>
 
 #include "qx/data/entities.h"
@@ -135,17 +134,12 @@ TEST(XmlParser, damaged_documents_are_read_within_bounds_and_in_both_ways_alike)
 }
 
 TEST(XmlParser, running_out_of_memory_anywhere_leaves_a_sound_tree) {
-    unsigned int nth = 0;
-    for (bool fired = true; fired; ++nth) {
+    auto const parse = [](test::Attempt const& attempt) {
         QX::XML tree;
-        test::FailingAllocation const failing(nth + 1);
-        try {
-            char text[] = "<?xml v='1'?><a b=\"&lt;\">x&amp;<c d='e'/>y</a>";
-            tree.parse_std_xml(text);
-        } catch (std::bad_alloc const&) {}
-        fired = failing.fired();
-    }
-    EXPECT_GT(nth, 10u);
+        char text[] = "<?xml v='1'?><a b=\"&lt;\">x&amp;<c d='e'/>y</a>";
+        attempt([&] { tree.parse_std_xml(text); });
+    };
+    test::walk_allocations({{"parse", parse}});
 }
 
 TEST(XmlParser, files_are_read_whole_and_marked_wide_text_is_narrowed) {

@@ -5,6 +5,7 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +21,17 @@ namespace {
 
 constexpr int settle_attempts = 40;  // threads that have ended take a moment to go
 constexpr unsigned int settle_ms = 5;
-constexpr unsigned long lock_events = 3;  // a lock gets one when threads first meet at it
+
+constexpr struct {
+    char const* what;
+    unsigned long long Holdings::*count;
+    unsigned long long slack;
+} counted[] = {
+    {"handles", &Holdings::handles, 0},
+    {"events", &Holdings::events, 3},  // a lock gets one when threads first meet at it
+    {"threads", &Holdings::threads, 0},
+    {"windows", &Holdings::windows, 0},
+    {"blocks", &Holdings::blocks, 0}};
 
 unsigned long count_threads() {
     HANDLE const snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
@@ -59,12 +70,12 @@ void count_handles(Holdings& holdings) {
 }
 
 BOOL CALLBACK count_window(HWND, LPARAM count) {
-    ++*reinterpret_cast<unsigned long*>(count);
+    ++*reinterpret_cast<unsigned long long*>(count);
     return TRUE;
 }
 
-unsigned long count_windows() {
-    unsigned long count = 0;
+unsigned long long count_windows() {
+    unsigned long long count = 0;
     EnumThreadWindows(GetCurrentThreadId(), count_window, reinterpret_cast<LPARAM>(&count));
     return count;
 }
@@ -76,9 +87,9 @@ unsigned long long private_bytes() {
 }
 
 bool grew(Holdings const& before, Holdings const& now) {
-    return now.handles > before.handles || now.events > before.events + lock_events ||
-           now.threads > before.threads || now.windows > before.windows ||
-           now.blocks > before.blocks;
+    return std::any_of(std::begin(counted), std::end(counted), [&](auto const& row) {
+        return now.*row.count > before.*row.count + row.slack;
+    });
 }
 
 }  // namespace
@@ -91,6 +102,11 @@ Holdings current_holdings() {
     holdings.private_bytes = private_bytes();
     holdings.blocks = QX::arena::statistics().blocks_in_use;
     return holdings;
+}
+
+void expect_no_growth(Holdings const& before, Holdings const& now) {
+    for (auto const& [what, count, slack] : counted)
+        EXPECT_LE(now.*count, before.*count + slack) << what << " left by the case";
 }
 
 BalanceListener::BalanceListener() {
@@ -120,17 +136,13 @@ void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
     if (allowed < 0 || info.result()->Failed() || info.result()->Skipped()) return;
 
     Holdings before = before_;
-    before.handles += static_cast<unsigned long>(allowed);
+    before.handles += static_cast<unsigned int>(allowed);
     Holdings now = current_holdings();
     for (int i = 0; i < settle_attempts && grew(before, now); ++i) {
         Sleep(settle_ms);
         now = current_holdings();
     }
-    EXPECT_LE(now.handles, before.handles) << "handles left by the case";
-    EXPECT_LE(now.events, before.events + lock_events) << "events left by the case";
-    EXPECT_LE(now.threads, before.threads) << "threads left by the case";
-    EXPECT_LE(now.windows, before.windows) << "windows left by the case";
-    EXPECT_LE(now.blocks, before.blocks) << "blocks left by the case";
+    expect_no_growth(before, now);
     EXPECT_TRUE(QX::arena::validate()) << "the arena is damaged";
 }
 

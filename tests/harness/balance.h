@@ -13,15 +13,18 @@ namespace test {
 
 // What a process holds at one moment.
 struct Holdings {
-    unsigned long handles = 0;  // but for events
-    unsigned long events = 0;
-    unsigned long threads = 0;
-    unsigned long windows = 0;             // top-level ones of this thread
+    unsigned long long handles = 0;  // but for events
+    unsigned long long events = 0;
+    unsigned long long threads = 0;
+    unsigned long long windows = 0;        // top-level ones of this thread
     unsigned long long blocks = 0;         // of the arena
     unsigned long long private_bytes = 0;  // told, not compared after a case
 };
 
 Holdings current_holdings();
+
+// Fails the case for all but private bytes of which there is more than before.
+void expect_no_growth(Holdings const& before, Holdings const& now);
 
 class BalanceListener : public testing::EmptyTestEventListener {
 public:

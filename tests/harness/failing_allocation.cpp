@@ -44,9 +44,17 @@ void walk_allocations(std::initializer_list<Operation> operations, void (*begin)
         for (unsigned int nth = 1; fired; ++nth) {
             begin();
             auto const blocks = QX::arena::statistics().blocks_in_use;
-            Attempt attempt(nth);
-            operation.run(attempt);
-            fired = attempt.fired();
+            operation.run([&](auto const& body) {
+                FailingAllocation const failing(nth);
+                bool done = true;
+                try {
+                    body();
+                } catch (std::bad_alloc const&) {
+                    done = false;
+                }
+                fired = failing.fired();
+                return done;
+            });
             EXPECT_EQ(QX::arena::statistics().blocks_in_use, blocks)
                 << operation.name << ", allocation " << nth;
         }

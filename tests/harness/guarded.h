@@ -12,8 +12,7 @@ public:
     explicit Guarded(std::size_t size) : Guarded(nullptr, size) {}
     ~Guarded();
 
-    Guarded(Guarded const&) = delete;
-    Guarded& operator=(Guarded const&) = delete;
+    Guarded(Guarded&&) = delete;
 
     char* data() const { return data_; }
     std::size_t size() const { return size_; }

@@ -2,11 +2,15 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
 namespace test {
 
 // The seed of this run: QX_TEST_SEED if set, else a constant, so that plain runs repeat.
-std::uint64_t seed();
+inline std::uint64_t seed() {
+    char const* const text = std::getenv("QX_TEST_SEED");
+    return text ? std::strtoull(text, nullptr, 0) : 20260101;
+}
 
 class Random {
 public:

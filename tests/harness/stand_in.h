@@ -12,8 +12,7 @@ public:
     StandIn(char const* function, void* replacement);
     ~StandIn();
 
-    StandIn(StandIn const&) = delete;
-    StandIn& operator=(StandIn const&) = delete;
+    StandIn(StandIn&&) = delete;
 
     // False where the library does not import the function: the test must then fail.
     bool found() const { return slot_ != nullptr; }

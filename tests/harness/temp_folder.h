@@ -10,8 +10,7 @@ public:
     TempFolder();
     ~TempFolder();
 
-    TempFolder(TempFolder const&) = delete;
-    TempFolder& operator=(TempFolder const&) = delete;
+    TempFolder(TempFolder&&) = delete;
 
     // Ends with a backslash.
     std::string const& path() const { return path_; }

@@ -53,7 +53,7 @@ struct Peer {
 };
 
 // The failure's text takes memory: without it std::bad_alloc is thrown in its place.
-void bind_a_socket(Attempt& attempt) {
+void bind_a_socket(Attempt const& attempt) {
     Peer const peer("");
     bool told = false;
     EXPECT_EQ(
@@ -67,7 +67,7 @@ void bind_a_socket(Attempt& attempt) {
         told);
 }
 
-void send_mail(Attempt& attempt) {
+void send_mail(Attempt const& attempt) {
     Peer const peer("220 hi\r\n");
     attempt([] {
         EXPECT_EQ(QX::send_smtp_mail("me", "a@me", "b@you", "News", "", "localhost", 25), 0);
@@ -75,7 +75,7 @@ void send_mail(Attempt& attempt) {
 }
 
 // The memory is the callback's.
-void fetch_a_page(Attempt& attempt) {
+void fetch_a_page(Attempt const& attempt) {
     Peer const peer("HTTP/1.1 200 OK\r\n\r\nthe body");
     std::string body;
     char buffer[3];

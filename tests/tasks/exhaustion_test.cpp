@@ -15,14 +15,14 @@ unsigned int count_run(void*) {
     return 0;
 }
 
-void start_and_end(Attempt& attempt) {
+void start_and_end(Attempt const& attempt) {
     Processors const processors(4);
     bool const started = attempt([] { task::initialize(nullptr, 3, 2); });
     EXPECT_EQ(task::query::number_of_worker_threads(), started ? 3u : 0u);
     task::terminate();
 }
 
-void spawn(Attempt& attempt) {
+void spawn(Attempt const& attempt) {
     Library const library(1);
     int spawned = 0;
     attempt([&] {
@@ -55,13 +55,13 @@ public:
     task::Counter all{3};
 };
 
-void make_fibres(Attempt& attempt) {
+void make_fibres(Attempt const& attempt) {
     Library const library(1);
     Meeting const meeting(main_thread);
     attempt([] { task::run_main_thread_tasks(); });
 }
 
-void wait_for_a_counter(Attempt& attempt) {
+void wait_for_a_counter(Attempt const& attempt) {
     Library const library(1);
     Meeting meeting(main_thread);
     attempt([&] { meeting.all.wait(); });
@@ -69,7 +69,7 @@ void wait_for_a_counter(Attempt& attempt) {
 }
 
 // A worker has nobody to tell: it goes on until there is memory.
-void make_fibres_of_a_worker(Attempt& attempt) {
+void make_fibres_of_a_worker(Attempt const& attempt) {
     Library const library(1);
     std::atomic<bool> held = true;
     task::spawn(fiberless, worker_threads, normal, [&] { await([&] { return !held; }); });
@@ -81,7 +81,7 @@ void make_fibres_of_a_worker(Attempt& attempt) {
 }
 
 // The name is free again for the next pool.
-void make_a_pool(Attempt& attempt) {
+void make_a_pool(Attempt const& attempt) {
     bool const made = attempt([] {
         QX::ThreadPool pool(2, 4, 0, "short pool", nullptr, QX::ThreadPriority::normal);
         EXPECT_NE(pool.work_to_do().handle(), nullptr);

@@ -41,25 +41,17 @@ std::string plain_encode(std::wstring const& units) {
 }
 
 // Source and target both end at guard pages: a read or write too far faults.
-void check_decode(std::string const& text) {
-    std::wstring const expected = plain_decode(text);
-    test::Guarded const source(text.c_str(), text.size() + 1);
-    test::Guarded const target((expected.size() + 1) * sizeof(wchar_t));
-    auto const units = reinterpret_cast<wchar_t*>(target.data());
-    ASSERT_EQ(QX::utf8_length(source.data()), expected.size());
-    wchar_t* const end = QX::utf8_decode(units, source.data());
-    ASSERT_EQ(std::wstring(units, end), expected);
-    ASSERT_EQ(*end, 0);
-}
-
-void check_encode(std::wstring const& units) {
-    std::string const expected = plain_encode(units);
-    test::Guarded const source(units.c_str(), (units.size() + 1) * sizeof(wchar_t));
-    test::Guarded const target(expected.size() + 1);
-    auto const text = reinterpret_cast<wchar_t const*>(source.data());
-    ASSERT_EQ(QX::utf8_length(text), expected.size());
-    char* const end = QX::utf8_encode(target.data(), text);
-    ASSERT_EQ(std::string(target.data(), end), expected);
+template <typename From, typename To>
+void check(
+    std::basic_string<From> const& text, std::basic_string<To> const& expected,
+    To* (*convert)(To*, From const*)) {
+    test::Guarded const source(text.c_str(), (text.size() + 1) * sizeof(From));
+    test::Guarded const target((expected.size() + 1) * sizeof(To));
+    auto const from = reinterpret_cast<From const*>(source.data());
+    auto const to = reinterpret_cast<To*>(target.data());
+    ASSERT_EQ(QX::utf8_length(from), expected.size());
+    To* const end = convert(to, from);
+    ASSERT_EQ(std::basic_string<To>(to, end), expected);
     ASSERT_EQ(*end, 0);
 }
 
@@ -97,10 +89,10 @@ TEST(Convert, follows_the_stepping_rules_whatever_the_text_is) {
     for (unsigned int round = 0; round < 2400 && !HasFatalFailure(); ++round) {
         bool const over_pages = round % 32 == 0;
         std::string const text = mixture(random, round / 4 + over_pages * 4096);
-        check_decode(text);
+        check(text, plain_decode(text), QX::utf8_decode);
         std::wstring units = plain_decode(text + text);
         std::erase(units, L'\0');
-        check_encode(units);
+        check(units, plain_encode(units), QX::utf8_encode);
     }
 }
 

@@ -12,11 +12,8 @@
 namespace {
 
 using QX::String;
-using QX::UniString;
 
-UniString wide(char const* text) {
-    return QX::must_fix_string_widen(text);
-}
+auto const wide = [](char const* text) { return QX::must_fix_string_widen(text); };
 
 // The last four could not end: one pass that leaves alone what it put in.
 constexpr char const* replacements[][4] = {

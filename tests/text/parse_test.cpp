@@ -12,7 +12,6 @@
 namespace {
 
 using QX::String;
-using QX::UniString;
 
 template <typename T>
 struct Row {
@@ -28,9 +27,7 @@ void check(Text const& text, Row<T> const& row, Radix... radix) {
     EXPECT_EQ(value, row.value) << row.text;
 }
 
-UniString wide(char const* text) {
-    return QX::must_fix_string_widen(text);
-}
+auto const wide = [](char const* text) { return QX::must_fix_string_widen(text); };
 
 void check_both(auto const& rows) {
     for (auto const& row : rows) {

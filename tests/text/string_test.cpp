@@ -100,21 +100,17 @@ TEST(String, failed_allocation_leaves_the_target_as_it_was) {
         [&](String& s) { s = s + longer; }, [&](String& s) { s = s.substr(1, 2); },
     };
     for (auto const& operation : operations) {
-        unsigned int taken = 0;
-        for (bool failed = true; failed; taken += failed) {
+        int failures = 0;
+        auto const change = [&](test::Attempt const& attempt) {
             String target("abcde");
             char const* const block = target.c_str();
-            test::FailingAllocation const failing(taken + 1);
-            try {
-                operation(target);
-            } catch (std::bad_alloc const&) {
-                ASSERT_EQ(target.c_str(), block) << "row " << &operation - operations;
-                ASSERT_EQ(target, "abcde");
-                ASSERT_EQ(target.capacity(), 5u);
-            }
-            failed = failing.fired();
-        }
-        EXPECT_GT(taken, 0u) << "took no block";
+            if (attempt([&] { operation(target); })) return;
+            EXPECT_TRUE(target.c_str() == block && target.capacity() == 5);
+            EXPECT_EQ(target, "abcde");
+            ++failures;
+        };
+        test::walk_allocations({{"change", change}});
+        EXPECT_GT(failures, 0) << "row " << &operation - operations << " took no block";
     }
 }
 
