@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "qx/memory/arena.h"
-#include "tests/memory/arena_model.h"
+#include "tests/memory/block_model.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr unsigned long long rounds_a_walk = 100;
 std::atomic<bool> damaged = false;
 
 void work(unsigned long long rounds, std::uint64_t salt) {
-    test::ArenaModel model(salt);
+    test::BlockModel<> model(salt);
     for (unsigned long long round = 0; round < rounds && !damaged; ++round) {
         for (unsigned long long i = 0; i < operations_a_round; ++i) {
             if (!model.step()) damaged = true;

@@ -1,15 +1,20 @@
+#include "qx/memory/arena.h"
+
 #include <gtest/gtest.h>
+
+#include "qx/base/windows.h"
 
 #include <algorithm>
 #include <cstring>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
-#include "qx/base/windows.h"
-#include "qx/memory/arena.h"
 #include "qx/memory/arena_bins_impl.h"
 #include "qx/memory/heap.h"
-#include "tests/memory/arena_model.h"
+#include "tests/harness/stand_in.h"
+#include "tests/memory/block_model.h"
 
 namespace {
 
@@ -33,28 +38,20 @@ unsigned long long chunk_size(void* block) {
 
 // `count` blocks that lie one behind the other, the caller's to release.
 std::vector<void*> run_of(unsigned long long size, unsigned int count) {
-    std::vector<void*> run, others;
-    others.reserve(4096);
-    while (run.size() < count) {
-        void* const block = take(size);
-        if (!run.empty() && block != static_cast<char*>(run.back()) + chunk_size(run.back())) {
-            others.insert(others.end(), run.begin(), run.end());
-            run.clear();
-        }
-        run.push_back(block);
-    }
-    for (void* block : others) QX::custom_free(block);
-    return run;
+    std::vector<void*> run(count);
+    for (void*& block : run) block = take(size);
+    auto const is_gap = [](void* a, void* b) { return static_cast<char*>(a) + chunk_size(a) != b; };
+    if (std::adjacent_find(run.begin(), run.end(), is_gap) == run.end()) return run;
+    std::vector<void*> const later = run_of(size, count);
+    for (void* block : run) QX::custom_free(block);
+    return later;
 }
-
-}  // namespace
 
 TEST(Arena, maps_a_request_of_256_KiB_by_itself_and_unmaps_it) {
     auto const before = statistics();
     void* const below = take(262144 - 64);
     char* direct = static_cast<char*>(take(262144));
-    EXPECT_EQ(head_of(below) & 2, 2u);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(direct) % 65536, 16u);
+    EXPECT_TRUE(head_of(below) & 2 && reinterpret_cast<std::uintptr_t>(direct) % 65536 == 16);
     EXPECT_EQ(statistics().blocks_in_use, before.blocks_in_use + 2);
     std::memset(direct, 'd', 200);
     EXPECT_EQ(heap.realloc(direct, 250000).first, direct);
@@ -86,14 +83,14 @@ TEST(Arena, resizes_in_place_where_the_neighbour_is_free) {
     QX::custom_free(run[1]);
     char* const block = static_cast<char*>(run[0]);
     std::memset(block, 7, 40000);
-    for (unsigned long long size : {60000, 79000, 80000, 100, 40000, 40016, 50}) {
+    for (unsigned long long size : {60000, 79000, 80000, 100, 40000, 40016, 50, 0}) {
         EXPECT_EQ(heap.realloc(block, size).first, block);
         EXPECT_GE(chunk_size(block), size + 8);
         EXPECT_TRUE(validate());
     }
     char* const moved = static_cast<char*>(heap.realloc(block, 81000).first);
     EXPECT_NE(moved, block);
-    EXPECT_EQ(moved[49], 7);
+    EXPECT_EQ(moved[7], 7);
     for (void* rest : {run[2], run[3], static_cast<void*>(moved)}) heap.free(rest);
 }
 
@@ -161,12 +158,67 @@ TEST(Arena, keeps_every_block_whole_through_random_steps_of_many_threads) {
     std::vector<std::thread> threads;
     for (unsigned int n = 0; n < 3; ++n) {
         threads.emplace_back([n] {
-            test::ArenaModel model(100 + n);
+            test::BlockModel<> model(100 + n);
             for (int i = 0; i < 40000; ++i) ASSERT_TRUE(model.step());
         });
     }
-    test::ArenaModel model(1);
+    test::BlockModel<> model(1);
     for (int i = 0; i < 100000; ++i) ASSERT_TRUE(model.step() && (i % 2500 || validate()));
     for (std::thread& thread : threads) thread.join();
     EXPECT_TRUE(validate());
 }
+
+// --- A system that hands out its room in no order ------------------------------------------------
+
+constexpr std::size_t granule = 65536;
+
+// The program's own import: stand-ins replace the library's.
+auto* const system_alloc = &VirtualAlloc;
+
+char* room;
+std::string const none(2000, '0');
+std::string taken = none;  // '1' for each granule that is
+unsigned int segments;
+
+// Looks upwards or downwards from a random granule, so that segments meet on either side or not.
+void* alloc_in_room(void* place, SIZE_T size, DWORD kind, DWORD access) {
+    if (kind & MEM_TOP_DOWN) return system_alloc(place, size, kind, access);  // of one block
+    static test::Random random(77);
+    std::string_view const wanted = std::string_view(none).substr(0, size / granule);
+    std::size_t const from = random.below(static_cast<unsigned int>(taken.size()));
+    bool const upwards = random.chance(2);
+    std::size_t at = upwards ? taken.find(wanted, from) : taken.rfind(wanted, from);
+    if (at == std::string::npos) at = taken.find(wanted);
+    if (at == std::string::npos) return nullptr;
+    taken.replace(at, wanted.size(), wanted.size(), '1');
+    ++segments;
+    return system_alloc(room + at * granule, size, MEM_COMMIT, PAGE_READWRITE);
+}
+
+TEST(ArenaSystem, joins_and_separates_segments_wherever_they_fall) {
+    // It stays reserved: pieces of it are no mappings of their own, so none is given back.
+    room = static_cast<char*>(VirtualAlloc(nullptr, 2000 * granule, MEM_RESERVE, 4));
+    test::StandIn const stand_in("VirtualAlloc", alloc_in_room);
+    {
+        test::BlockModel<> model(5);
+        for (int i = 0; i < 120000; ++i) ASSERT_TRUE(model.step() && (i % 3000 || validate()));
+    }
+    EXPECT_TRUE(validate());
+    EXPECT_GT(segments, 20u);
+}
+
+TEST(ArenaSystem, stays_whole_where_the_system_refuses) {
+    std::vector<void*> blocks = {take(20000)};
+    blocks.reserve(1000);
+    test::StandIn const system(
+        "VirtualAlloc", +[](void*, SIZE_T, DWORD, DWORD) -> void* { return nullptr; });
+    EXPECT_THROW(while (true) blocks.push_back(take(20000)), std::bad_alloc);
+    EXPECT_TRUE(validate());
+    std::memset(blocks.back(), 5, 20000);
+    EXPECT_EQ(heap.realloc(blocks.back(), 250000).first, nullptr);
+    EXPECT_EQ(static_cast<char*>(blocks.back())[19999], 5);
+    for (void* block : blocks) QX::custom_free(block);
+    EXPECT_TRUE(validate());
+}
+
+}  // namespace

@@ -4,30 +4,29 @@
 
 #include "qx/base/compiler.h"
 #include "qx/base/windows.h"
+#include "qx/memory/heap.h"
+#include "qx/memory/report.h"
 #include "tests/harness/failing_allocation.h"
 #include "tests/harness/random.h"
 #include "tests/harness/stand_in.h"
 
 #include <cstdlib>
-#include <map>
+#include <regex>
 #include <string>
 
 namespace {
 
 namespace tracking = MEMORY_TRACKING;
 
-std::string reported;
+std::string printed;
 
-void WINAPI note_report(char const* text) {
-    reported += text;
-}
-
-// What is printed by one of the calls.
-std::string told(void (*call)(void*), void* object) {
-    test::StandIn const debugger("OutputDebugStringA", note_report);
-    reported.clear();
-    call(object);
-    return reported;
+// What a call prints to the debugger.
+template <typename Call, typename... Arguments>
+std::string told(Call call, Arguments... arguments) {
+    test::StandIn const debugger(
+        "OutputDebugStringA", +[](char const* text) { printed += text; });
+    call(arguments...);
+    return std::exchange(printed, {});
 }
 
 char objects[500];
@@ -59,69 +58,86 @@ TEST(MemoryTracking, second_removal_is_reported_with_the_stack_of_the_first) {
     EXPECT_TRUE(begins_in(dump, "remove_from_here")) << dump;
     EXPECT_EQ(
         told(tracking::remove_live_object, objects), "Possible double deletion:\n" + dump + "\n");
-    EXPECT_EQ(told(tracking::remove_live_object, &reported), "Possible double deletion:\n\n");
+    EXPECT_EQ(told(tracking::remove_live_object, &printed), "Possible double deletion:\n\n");
     add_from_here(objects);
-    EXPECT_EQ(told(tracking::dump_dead_object, objects), "");
-    EXPECT_EQ(told(tracking::remove_live_object, objects), "");
+    for (auto const call : {tracking::dump_dead_object, tracking::remove_live_object})
+        EXPECT_EQ(told(call, objects), "");
 }
 
 TEST(MemoryTracking, follows_a_model_through_random_steps) {
     test::Random random;
-    std::map<void*, bool> alive;
-    for (char& object : objects) alive[&object] = false;
+    bool alive[500] = {};
     for (int step = 0; step < 20000; ++step) {
-        void* const object = objects + random.below(random.chance(3) ? 500 : 40);
+        unsigned int const i = random.below(random.chance(3) ? 500 : 40);
         if (random.chance(2)) {
-            tracking::add_live_object(object);
-            alive[object] = true;
-        } else if (alive[object] || random.chance(50)) {
-            ASSERT_EQ(told(tracking::remove_live_object, object).empty(), alive[object]);
-            alive[object] = false;
+            tracking::add_live_object(objects + i);
+            alive[i] = true;
+        } else if (alive[i] || random.chance(50)) {
+            ASSERT_EQ(told(tracking::remove_live_object, objects + i).empty(), alive[i]);
+            alive[i] = false;
         }
-        ASSERT_EQ(tracking::contains_live_object(object), alive[object]);
+        ASSERT_EQ(tracking::contains_live_object(objects + i), alive[i]);
     }
-    for (auto const& [object, is_alive] : alive)
-        if (is_alive) tracking::remove_live_object(object);
+    for (int i = 0; i < 500; ++i)
+        if (alive[i]) tracking::remove_live_object(objects + i);
     test::FailingAllocation const failing(1);
-    EXPECT_THROW(tracking::add_live_object(&reported), std::bad_alloc);
-    EXPECT_FALSE(tracking::contains_live_object(&reported));
+    EXPECT_THROW(tracking::add_live_object(&printed), std::bad_alloc);
+    EXPECT_FALSE(tracking::contains_live_object(&printed));
 }
 
 // --- The end, in a process of its own ------------------------------------------------------------
 
-int end_with_a_report() {
-    add_from_here(objects + 1);
-    add_from_here(objects);
-    std::string const stacks =
-        told(tracking::dump_live_object, objects + 1) + told(tracking::dump_live_object, objects);
-    std::string const report =
-        told([](void*) { tracking::dump_all_live_objects_and_delete_cache(); }, nullptr);
-    std::string const line = "/////////////////////////////////////////////\n";
-    return report == line + "Tracked live objects:\n" + stacks +
-                         "End of tracked live objects report.\n" + line
-               ? 0
-               : 1;
-}
-
 TEST(MemoryTrackingDeathTest, last_report_shows_what_is_alive_in_order) {
-    EXPECT_EXIT(std::exit(end_with_a_report()), testing::ExitedWithCode(0), "");
-}
-
-int use_after_the_end() {
-    tracking::add_live_object(objects);
-    tracking::delete_live_objects_cache();
-    tracking::add_live_object(objects);
-    if (tracking::contains_live_object(objects)) return 1;
-    std::string const said = told(tracking::remove_live_object, objects) +
-                             told(tracking::dump_live_object, objects) +
-                             told(tracking::dump_dead_object, objects);
-    tracking::delete_live_objects_cache();
-    tracking::dump_all_live_objects_and_delete_cache();
-    return said.empty() && reported.empty() ? 0 : 1;
+    auto const body = [] {
+        add_from_here(objects + 1);
+        add_from_here(objects);
+        std::string const stacks = told(tracking::dump_live_object, objects + 1) +
+                                   told(tracking::dump_live_object, objects);
+        std::string const line = "/////////////////////////////////////////////\n";
+        EXPECT_EQ(
+            told(tracking::dump_all_live_objects_and_delete_cache),
+            line + "Tracked live objects:\n" + stacks + "End of tracked live objects report.\n" +
+                line);
+        std::exit(testing::Test::HasFailure());
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
 }
 
 TEST(MemoryTrackingDeathTest, nothing_happens_once_the_maps_are_gone) {
-    EXPECT_EXIT(std::exit(use_after_the_end()), testing::ExitedWithCode(0), "");
+    auto const body = [] {
+        tracking::add_live_object(objects);
+        tracking::delete_live_objects_cache();
+        tracking::add_live_object(objects);
+        EXPECT_FALSE(tracking::contains_live_object(objects));
+        for (auto const call :
+             {tracking::remove_live_object, tracking::dump_live_object, tracking::dump_dead_object})
+            EXPECT_EQ(told(call, objects), "");
+        tracking::delete_live_objects_cache();
+        EXPECT_EQ(told(tracking::dump_all_live_objects_and_delete_cache), "");
+        std::exit(testing::Test::HasFailure());
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+}
+
+// --- Other texts ---------------------------------------------------------------------------------
+
+TEST(VerifyHeaps, prints_the_banner_and_for_all_but_banners_the_duration) {
+    for (int option : {0, 1, 2, 3, -1}) {
+        auto const verify = [=] {
+            EXPECT_TRUE(QX::verify_heaps(static_cast<QX::VERIFY_HEAP_OPTIONS>(option)));
+        };
+        bool const is_banner = option == 1 || option == 2;
+        std::regex const all(
+            std::string("Verifying heaps...") + (is_banner ? "" : " : duration [0-9]+ms\n"));
+        EXPECT_TRUE(std::regex_match(told(verify), all)) << option;
+    }
+}
+
+TEST(ReportMessageTxt, formats_any_length) {
+    for (unsigned int length : {0u, 16u, 200000u}) {
+        std::string const text(length, 'y');
+        EXPECT_EQ(told(tracking::report_message_txt, "%s %d", text.c_str(), -5), text + " -5");
+    }
 }
 
 // --- Counters -----------------------------------------------------------------------
@@ -129,8 +145,8 @@ TEST(MemoryTrackingDeathTest, nothing_happens_once_the_maps_are_gone) {
 TEST(TrackingCounters, stay_0_however_much_is_allocated) {
     QX::custom_free(QX::custom_malloc(1000, QX::HEAP_GENERAL));
     for (QX::HEAPS id : {QX::HEAP_GENERAL, QX::HEAP_ALL}) {
-        EXPECT_EQ(tracking::cumulative_alloc_count(id) + tracking::cumulative_alloc_size(id), 0u);
-        EXPECT_EQ(tracking::current_alloc_count(id) + tracking::current_alloc_size(id), 0u);
+        EXPECT_TRUE(!tracking::cumulative_alloc_count(id) && !tracking::current_alloc_count(id));
+        EXPECT_TRUE(!tracking::cumulative_alloc_size(id) && !tracking::current_alloc_size(id));
     }
 }
 
