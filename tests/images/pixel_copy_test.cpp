@@ -9,20 +9,14 @@
 #include <algorithm>
 
 using namespace QX;
-using test::Bytes;
-using test::holds;
-using test::random_bytes;
+using namespace test;
 
 namespace {
 
-PixelFormat any_format(test::Random& random) {
-    return test::formats[random.below(10)];
-}
-
 // Every pixel of the 1 and 2 byte layouts; for the others every byte value in every place.
 Bytes every_pixel(PixelFormat format) {
-    test::Random random(format);
-    unsigned int const size = test::read_size(format);
+    Random random(format);
+    unsigned int const size = read_size(format);
     unsigned int const count = size == 1 ? 256 : size == 2 ? 65536 : 256 * 64 * size;
     Bytes bytes = random_bytes(random, count * size);
     for (unsigned int i = 0; i < count; ++i) {
@@ -34,29 +28,22 @@ Bytes every_pixel(PixelFormat format) {
     return bytes;
 }
 
-Bytes plainly(PixelFormat from, void const* source, std::size_t count, PixelFormat to) {
-    Bytes out(count * pixel_size(to));
-    auto const width = static_cast<unsigned int>(count);
-    test::plain_copy({out.data(), width, 1, 0, to}, {source, width, 1, 0, from});
-    return out;
-}
-
 // The conversion for processors without AVX2.
 pixel_rows::Row narrow_row(PixelFormat from, PixelFormat to) {
-    constexpr int kinds[] = {0, 1, 2, 3, 4, -1, -1, 5, 5, -1, 5, 6, 7};
-    return pixel_rows::plain_rows[from == PIXEL_FORMAT_GREY_EXPAND ? 7 : kinds[from]][kinds[to]];
+    int const source = from == PIXEL_FORMAT_GREY_EXPAND ? 7 : kernel_of(from);
+    return pixel_rows::plain_rows[source][kernel_of(to)];
 }
 
 }  // namespace
 
 TEST(PixelCopy, converts_every_pair_of_formats_as_the_plain_rules_tell) {
-    for (auto const from : test::formats) {
+    for (auto const from : formats) {
         Bytes const source = every_pixel(from);
-        auto const count = static_cast<unsigned int>(source.size() / test::read_size(from));
+        auto const count = static_cast<unsigned int>(source.size() / read_size(from));
         ConstPixelAccessorDescriptor const in(source.data(), count, 1, 0, from);
-        for (auto const to : test::formats) {
-            Bytes const expected = plainly(from, source.data(), count, to);
-            Bytes wide(expected.size(), 0xEE), narrow(expected.size(), 0xEE);
+        for (auto const to : formats) {
+            Bytes expected(count * pixel_size(to)), wide(expected.size(), 0xEE), narrow = wide;
+            plain_copy({expected.data(), count, 1, 0, to}, in);
             EXPECT_TRUE(PixelAccessorDescriptor(wide.data(), count, 1, 0, to).copy(in));
             EXPECT_TRUE(wide == expected) << from << " to " << to;
             narrow_row(from, to)(narrow.data(), source.data(), count);
@@ -66,43 +53,37 @@ TEST(PixelCopy, converts_every_pair_of_formats_as_the_plain_rules_tell) {
 }
 
 TEST(PixelCopy, touches_nothing_but_the_common_rectangle_of_padded_views) {
-    test::Random random(1);
+    Random random(1);
     for (int round = 0; round < 4000; ++round) {
         auto const from = any_format(random), to = any_format(random);
-        unsigned int const sw = random.below(70), sh = random.below(5);
-        unsigned int const dw = random.below(70), dh = random.below(5);
-        unsigned int const ss = sw * test::read_size(from) + random.below(3) * random.below(9);
-        unsigned int const ds = dw * pixel_size(to) + random.below(3) * random.below(9);
+        View const source(random, random.below(70), random.below(5), from, read_size(from));
+        View const view(random, random.below(70), random.below(5), to);
         // The last row ends at a page that may not be touched.
-        std::size_t const source_size = sh ? ss * (sh - 1) + sw * test::read_size(from) : 0;
-        std::size_t const target_size = dh ? ds * (dh - 1) + dw * pixel_size(to) : 0;
-        test::Guarded const source(random_bytes(random, source_size).data(), source_size);
-        Bytes expected = random_bytes(random, target_size);
-        test::Guarded const target(expected.data(), target_size),
-            narrow(expected.data(), target_size);
-
-        ConstPixelAccessorDescriptor const in(source.data(), sw, sh, ss, from);
-        test::plain_copy(PixelAccessorDescriptor(expected.data(), dw, dh, ds, to), in);
-        ASSERT_TRUE(PixelAccessorDescriptor(target.data(), dw, dh, ds, to).copy(in));
-        ASSERT_TRUE(holds(target.data(), expected))
-            << from << " to " << to << ", " << sw << "x" << sh << " to " << dw << "x" << dh;
+        Guarded const pixels(source.bytes.data(), source.bytes.size());
+        Guarded const target(view.bytes.data(), view.bytes.size());
+        Guarded const narrow(view.bytes.data(), view.bytes.size());
+        Bytes expected = view.bytes;
+        ConstPixelAccessorDescriptor const in = source.of(pixels.data());
+        plain_copy(view.of(expected.data()), in);
+        ASSERT_TRUE(view.of(target.data()).copy(in));
+        ASSERT_TRUE(holds(target.data(), expected)) << from << " to " << to;
         auto* const rows = reinterpret_cast<unsigned char*>(narrow.data());
-        for (unsigned int y = 0; y < std::min(sh, dh); ++y)
-            narrow_row(from, to)(rows + y * ds, in.data + y * ss, std::min(sw, dw));
+        for (unsigned int y = 0; y < std::min(in.height, view.height); ++y)
+            narrow_row(from, to)(
+                rows + y * view.stride, in.data + y * in.stride, std::min(in.width, view.width));
         ASSERT_TRUE(holds(rows, expected)) << from << " to " << to << " without AVX2";
     }
 }
 
 // Large results go past the cache by another way; they must not differ.
 TEST(PixelCopy, gives_the_same_pixels_in_images_larger_than_the_cache) {
-    test::Random random(3);
+    Random random(3);
     for (auto const from : {PIXEL_FORMAT_R8G8B8, PIXEL_FORMAT_X8R8G8B8}) {
-        unsigned int const width = 2503, height = 1201, stride = width * 4 + 5;
-        Bytes const source = random_bytes(random, std::size_t{stride} * height);
-        Bytes expected(source.size(), 0x55), target = expected;
-        ConstPixelAccessorDescriptor const in(source.data(), width, height, stride, from);
-        PixelAccessorDescriptor out(expected.data(), width, height, stride, PIXEL_FORMAT_X8R8G8B8);
-        test::plain_copy(out, in);
+        View const source(random, 2503, 1201, from);
+        Bytes expected(std::size_t{2503} * 1201 * 4), target = expected;
+        PixelAccessorDescriptor out(expected.data(), 2503, 1201, 2503 * 4, PIXEL_FORMAT_X8R8G8B8);
+        auto const in = source.of(const_cast<unsigned char*>(source.bytes.data()));
+        plain_copy(out, in);
         out.data = target.data();
         EXPECT_TRUE(out.copy(in));
         EXPECT_TRUE(target == expected) << from;
@@ -114,34 +95,29 @@ TEST(PixelCopy, refuses_formats_without_pixels_and_changes_nothing) {
         Bytes bytes(64, 7), before = bytes;
         PixelAccessorDescriptor const good(bytes.data(), 4, 4, 16, PIXEL_FORMAT_A8R8G8B8);
         PixelAccessorDescriptor const odd(bytes.data(), 4, 4, 16, PixelFormat(bad));
-        EXPECT_FALSE(odd.copy(good)) << bad;
-        EXPECT_FALSE(good.copy(odd)) << bad;
+        EXPECT_FALSE(odd.copy(good) || good.copy(odd)) << bad;
         EXPECT_FALSE(odd.clear(0, 0, 4, 4, {1, 2, 3, 4})) << bad;
         EXPECT_EQ(bytes, before);
     }
 }
 
 TEST(PixelClear, fills_only_its_rectangle_with_the_narrowed_colour) {
-    test::Random random(4);
+    Random random(4);
     for (int round = 0; round < 600; ++round) {
-        auto const format = any_format(random);
-        unsigned int const size = pixel_size(format);
-        unsigned int const width = 1 + random.below(70), height = 1 + random.below(5);
-        unsigned int const stride = width * size + random.below(9);
-        unsigned int const x = random.below(width), y = random.below(height);
-        unsigned int const w = random.below(width - x + 1), h = random.below(height - y + 1);
-        Bytes expected = random_bytes(random, stride * (height - 1) + width * size);
-        test::Guarded const target(expected.data(), expected.size());
+        View const view(random, 1 + random.below(70), 1 + random.below(5), any_format(random));
+        unsigned int const x = random.below(view.width), y = random.below(view.height);
+        unsigned int const w = random.below(view.width - x + 1);
+        unsigned int const h = random.below(view.height - y + 1);
+        Bytes expected = view.bytes;
+        Guarded const target(expected.data(), expected.size());
         Bytes const c = random_bytes(random, 4);
         for (unsigned int i = 0; i < w * h; ++i) {
-            test::plain_convert(
-                PIXEL_FORMAT_A8R8G8B8, c.data(), format,
-                &expected[(y + i / w) * stride + (x + i % w) * size]);
+            plain_convert(
+                PIXEL_FORMAT_A8R8G8B8, c.data(), view.format,
+                &expected[(y + i / w) * view.stride + (x + i % w) * pixel_size(view.format)]);
         }
-        PixelAccessorDescriptor const view(target.data(), width, height, stride, format);
-        ASSERT_TRUE(view.clear(x, y, w, h, {c[0], c[1], c[2], c[3]}));
-        ASSERT_TRUE(holds(target.data(), expected))
-            << format << ' ' << x << ' ' << y << ' ' << w << ' ' << h;
+        ASSERT_TRUE(view.of(target.data()).clear(x, y, w, h, {c[0], c[1], c[2], c[3]}));
+        ASSERT_TRUE(holds(target.data(), expected)) << view.format << ' ' << x << ' ' << y;
     }
 }
 
