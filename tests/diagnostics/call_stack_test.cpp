@@ -6,6 +6,7 @@
 #include "qx/base/windows.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
+#include "tests/harness/run_tool.h"
 #include "tests/harness/stand_in.h"
 
 #include <dbghelp.h>
@@ -136,10 +137,8 @@ int run_loads(bool deferred) {
         "SymGetSearchPath", +[](HANDLE, char* path, DWORD size) -> BOOL {
             return size > search_path.size() && std::strcpy(path, search_path.c_str());
         });
-    char own[MAX_PATH + 8] = {};
-    GetModuleFileNameA(nullptr, own, MAX_PATH);
-    std::strcpy(std::strrchr(own, '\\'), "\\Symbols");
-    std::string const folder = std::string(";") + own, server = ";srv*\\\\symbols\\store";
+    std::string const folder = ";" + test::own_folder() + "Symbols",
+                      server = ";srv*\\\\symbols\\store";
     std::pair<std::string, std::string> const rows[] = {
         {"SRV*D:\\Cache*\\\\Symbols\\Store", "srv*d:\\cache*\\\\symbols\\store" + folder},
         {std::string(300, 'A'), std::string(300, 'a') + folder + server},

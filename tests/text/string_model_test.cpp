@@ -61,7 +61,7 @@ private:
         unsigned int const pos = random_.below(real.length() + 1);
         Plain const more(other_model.text), part(model.text, pos), fresh = some();
         unsigned int const length = random_.below(longest);
-        switch (random_.below(18)) {
+        switch (random_.below(19)) {
         case 0: return real += other, model.append(more);
         case 1: return real.append(other), model.append(more);
         case 2: return real.append(real.data() + pos, real.length() - pos), model.append(part);
@@ -79,6 +79,7 @@ private:
         case 14: return real.clear(), model.text.clear();
         case 15: return real.reserve(length), model.grow_to(length);
         case 16: return real.resize(length, Unit('f')), model.resize(length, Unit('f'));
+        case 18: return real = std::move(other), std::swap(model, other_model);  // swapped
         case 17: return real.resize(length), model.resize(length, Unit());
         }
     }

@@ -66,15 +66,6 @@ TEST(String, position_beyond_the_length_wraps_where_nothing_clamps) {
     EXPECT_EQ(shortened.compare(3, 3, "def"), 0);
 }
 
-TEST(String, moving_assignment_gives_the_source_the_old_contents) {
-    String target("old");
-    String source("new");
-    char const* const block = target.c_str();
-    target = static_cast<String&&>(source);
-    EXPECT_EQ(target, "new");
-    EXPECT_EQ(source.c_str(), block);
-}
-
 TEST(String, the_allocation_hook_sees_every_block_of_the_long_way) {
     String a("0123456789");
     String const b("abc");
