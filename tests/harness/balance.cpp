@@ -10,7 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
+#include <string>
 #include <string_view>
 
 #include "qx/memory/arena.h"
@@ -109,41 +111,53 @@ void expect_no_growth(Holdings const& before, Holdings const& now) {
         EXPECT_LE(now.*count, before.*count + slack) << what << " left by the case";
 }
 
-BalanceListener::BalanceListener() {
-    std::ifstream file(QX_TEST_LASTING);
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream words(line);
-        std::string name, reason;
-        if (words >> name >> reason && name[0] != '#')
-            lasting_[name] = reason[0] == '+' ? std::atoi(reason.c_str()) : -1;
+namespace {
+
+class BalanceListener : public testing::EmptyTestEventListener {
+public:
+    BalanceListener() {
+        std::ifstream file(QX_TEST_LASTING);
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream words(line);
+            std::string name, reason;
+            if (words >> name >> reason && name[0] != '#')
+                lasting_[name] = reason[0] == '+' ? std::atoi(reason.c_str()) : -1;
+        }
     }
-}
 
-void BalanceListener::OnTestStart(testing::TestInfo const&) {
-    before_ = current_holdings();
-}
+    void OnTestStart(testing::TestInfo const&) override { before_ = current_holdings(); }
 
-int BalanceListener::allowed_handles(testing::TestInfo const& info) const {
-    std::string const suite = info.test_suite_name();
-    for (std::string const& name : {suite + "." + info.name(), suite + ".*"}) {
-        if (auto const row = lasting_.find(name); row != lasting_.end()) return row->second;
+    void OnTestEnd(testing::TestInfo const& info) override {
+        int const allowed = allowed_handles(info);
+        if (allowed < 0 || info.result()->Failed() || info.result()->Skipped()) return;
+        before_.handles += static_cast<unsigned int>(allowed);
+        Holdings now = current_holdings();
+        for (int i = 0; i < settle_attempts && grew(before_, now); ++i) {
+            Sleep(settle_ms);
+            now = current_holdings();
+        }
+        expect_no_growth(before_, now);
+        EXPECT_TRUE(QX::arena::validate()) << "the arena is damaged";
     }
-    return 0;
-}
 
-void BalanceListener::OnTestEnd(testing::TestInfo const& info) {
-    int const allowed = allowed_handles(info);
-    if (allowed < 0 || info.result()->Failed() || info.result()->Skipped()) return;
-
-    Holdings before = before_;
-    before.handles += static_cast<unsigned int>(allowed);
-    Holdings now = current_holdings();
-    for (int i = 0; i < settle_attempts && grew(before, now); ++i) {
-        Sleep(settle_ms);
-        now = current_holdings();
+private:
+    // What the case may leave in handles; -1 excuses it altogether.
+    int allowed_handles(testing::TestInfo const& info) const {
+        std::string const suite = info.test_suite_name();
+        for (std::string const& name : {suite + "." + info.name(), suite + ".*"}) {
+            if (auto const row = lasting_.find(name); row != lasting_.end()) return row->second;
+        }
+        return 0;
     }
-    expect_no_growth(before, now);
-    EXPECT_TRUE(QX::arena::validate()) << "the arena is damaged";
+
+    std::map<std::string, int> lasting_;  // by "Suite.Case" or "Suite.*"
+    Holdings before_;
+};
+
+}  // namespace
+
+testing::TestEventListener* new_balance_listener() {
+    return new BalanceListener;
 }
 
 }  // namespace test

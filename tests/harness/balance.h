@@ -6,9 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <string>
-
 namespace test {
 
 // What a process holds at one moment.
@@ -26,19 +23,7 @@ Holdings current_holdings();
 // Fails the case for all but private bytes of which there is more than before.
 void expect_no_growth(Holdings const& before, Holdings const& now);
 
-class BalanceListener : public testing::EmptyTestEventListener {
-public:
-    BalanceListener();
-
-    void OnTestStart(testing::TestInfo const& info) override;
-    void OnTestEnd(testing::TestInfo const& info) override;
-
-private:
-    // What the case may leave in handles; -1 excuses it altogether.
-    int allowed_handles(testing::TestInfo const& info) const;
-
-    std::map<std::string, int> lasting_;  // by "Suite.Case" or "Suite.*"
-    Holdings before_;
-};
+// What compares after each case. The runner's list of listeners owns it.
+testing::TestEventListener* new_balance_listener();
 
 }  // namespace test

@@ -31,7 +31,7 @@ void warm_up() {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    testing::UnitTest::GetInstance()->listeners().Append(new test::BalanceListener);
+    testing::UnitTest::GetInstance()->listeners().Append(test::new_balance_listener());
     warm_up();
     return RUN_ALL_TESTS();
 }

@@ -1,8 +1,6 @@
-// What the tasks make of memory and threads that are not to be had.
+// What the tasks make of memory that is not to be had.
 #include "tests/harness/failing_allocation.h"
 #include "tests/tasks/scheduler_fixture.h"
-
-#include <process.h>
 
 using namespace test;
 
@@ -99,27 +97,6 @@ TEST(Exhaustion, leaves_nothing_half_made_by_scheduler_counters_and_pool) {
          {"wait", wait_for_a_counter},
          {"pool", make_a_pool}},
         [] { ran = 0; });
-}
-
-std::atomic<int> threads_to_give;
-
-uintptr_t give_so_many(
-    void* security, unsigned size, unsigned(__stdcall* entry)(void*), void* argument,
-    unsigned flags, unsigned* id) {
-    if (threads_to_give-- == 0) return 0;
-    return _beginthreadex(security, size, entry, argument, flags, id);
-}
-
-TEST(Scheduler, does_not_start_where_one_of_its_threads_does_not) {
-    Processors const processors(4);
-    StandIn const starts("_beginthreadex", give_so_many);
-    ASSERT_TRUE(starts.found());
-    for (int given : {0, 1, 2, 3}) {
-        threads_to_give = given;
-        EXPECT_EQ(task::initialize(nullptr, 3, 0), given == 3 ? 3u : 0u);
-        EXPECT_EQ(task::query::is_initialized(), given == 3);
-        task::terminate();
-    }
 }
 
 }  // namespace

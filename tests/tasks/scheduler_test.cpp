@@ -2,6 +2,8 @@
 #include "qx/tasks/scheduler_impl.h"
 #include "tests/tasks/scheduler_fixture.h"
 
+#include <process.h>
+
 #include <array>
 #include <memory>
 #include <vector>
@@ -32,23 +34,41 @@ public:
     void on_worker_end(unsigned int token) override {
         ended += threads[token - 100] == GetCurrentThreadId();
     }
-    std::atomic<int> started = 0;
-    std::atomic<int> ended = 0;
+    std::atomic<int> started = 0, ended = 0;
     DWORD threads[11] = {};
 };
 
-TEST(Scheduler, starts_once_and_tells_the_manager_of_each_worker) {
+int threads_to_give;
+
+uintptr_t start_thread(
+    void* security, unsigned size, unsigned(__stdcall* entry)(void*), void* argument,
+    unsigned flags, unsigned* id) {
+    if (threads_to_give-- == 0) return 0;
+    return _beginthreadex(security, size, entry, argument, flags, id);
+}
+
+TEST(Scheduler, starts_once_with_all_workers_or_none_and_tells_the_manager_of_each) {
     Processors const processors(17);
-    Manager manager;
-    task::terminate();
-    EXPECT_EQ(task::query::number_of_worker_threads(), 0u);
-    EXPECT_EQ(task::initialize(&manager, 0, 0), 11u);
-    EXPECT_EQ(task::initialize(nullptr, 3, 0), 0u);
-    EXPECT_EQ(task::query::number_of_worker_threads(), 11u);
-    await([&] { return manager.started == 11; });
-    EXPECT_EQ(manager.ended, 0);
-    task::terminate();
-    EXPECT_EQ(manager.ended, 11);
+    StandIn const starts("_beginthreadex", start_thread);
+    ASSERT_TRUE(starts.found());
+    for (int given : {0, 1, 10, 11}) {
+        Manager manager;
+        threads_to_give = given;
+        task::terminate();
+        unsigned int const workers = given == 11 ? 11 : 0;
+        EXPECT_EQ(task::query::number_of_worker_threads(), 0u);
+        EXPECT_EQ(task::initialize(&manager, 0, 0), workers);
+        EXPECT_EQ(task::query::number_of_worker_threads(), workers);
+        EXPECT_EQ(task::query::is_initialized(), workers != 0);
+        if (workers != 0) {
+            EXPECT_EQ(task::initialize(nullptr, 3, 0), 0u);
+            await([&] { return manager.started == 11; });
+            EXPECT_EQ(manager.ended, 0);
+            task::terminate();
+        }
+        EXPECT_EQ(manager.started, given);
+        EXPECT_EQ(manager.ended, given);
+    }
     EXPECT_FALSE(task::query::is_initialized());
 }
 
