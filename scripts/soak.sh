@@ -4,10 +4,10 @@
 #
 #   scripts/soak.sh [MINUTES]      default 10
 #
-# Each minute tells what it ran and what the process then held. Faults are a lost wake-up (it does not
-# end in time), records or fibres leaked (blocks of the arena that outlive the library), and private
-# bytes that grew by over 64 KiB from the first minute to the last. Ends with 1 at the first fault,
-# and prints its seed. QX_TEST_SEED fixes the seed.
+# Each minute tells what it ran and what the process then held. Faults are a lost wake-up (it does
+# not end in time), records or fibres leaked (blocks of the arena that outlive the library), and
+# private bytes that grew by over 64 KiB from the first minute to the last. Ends with 1 at the first
+# fault, and prints its seed. QX_TEST_SEED fixes the seed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 minutes=${1:-10}

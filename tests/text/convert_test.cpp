@@ -58,6 +58,8 @@ void check(
 TEST(Convert, encodes_each_unit_by_itself) {
     UniString units;
     for (unsigned int c = 1; c <= 0xFFFF; ++c) units += static_cast<wchar_t>(c);
+    for (wchar_t const c : {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF})
+        check(std::wstring(1, c), plain_encode(std::wstring(1, c)), QX::utf8_encode);
     String const text = QX::must_fix_string_narrow(units);
     EXPECT_EQ(text.length(), 0x7Fu + 2 * 0x780 + 3 * 0xF800);
     EXPECT_EQ(text.capacity(), text.length());
