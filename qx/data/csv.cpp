@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <emmintrin.h>
 
+#include "qx/base/block_scan.h"
 #include "qx/memory/heap.h"
 
 namespace QX {
@@ -34,17 +36,73 @@ char** make_columns(unsigned int count) {
     return static_cast<char**>(custom_malloc(count * 8ull, HEAP_GENERAL));
 }
 
-// One bit for each of the next 16 bytes before `end` that is a tab or a carriage return.
-unsigned int separators(char const* at, char const* end) {
-    if (end - at < 16) {
-        unsigned int found = 0;
-        for (int i = 0; i != end - at; ++i) found |= (at[i] == '\t' || at[i] == '\r') << i;
-        return found;
+constexpr int block_size = sizeof(__m128i);
+constexpr int window_size = 64;
+
+// Windows never reach past the text, so their loads are checked as any others are.
+__m128i load(char const* at) {
+    return _mm_loadu_si128(reinterpret_cast<__m128i const*>(at));
+}
+
+// One bit for each byte that is a tab or a carriage return.
+std::uint64_t separators(__m128i bytes) {
+    using namespace block_scan;
+    return static_cast<unsigned int>(
+        _mm_movemask_epi8(either(equal(bytes, '\t'), equal(bytes, '\r'))));
+}
+
+// The same for the last bytes of the text, fewer than a window.
+std::uint64_t last_separators(char const* at, int size) {
+    std::uint64_t found = 0;
+    int i = 0;
+    for (; i + block_size <= size; i += block_size) found |= separators(load(at + i)) << i;
+    for (; i != size; ++i) found |= std::uint64_t{at[i] == '\t' || at[i] == '\r'} << i;
+    return found;
+}
+
+// The same for the next 64 bytes before `end`: most lines then end in their first window or two.
+// A line that ends among the first 16 bytes needs no more, and tables of short lines skip the rest.
+std::uint64_t next_separators(char const* at, char const* end) {
+    if (end - at < window_size) return last_separators(at, static_cast<int>(end - at));
+    __m128i const first = load(at);
+    std::uint64_t found = separators(first);
+    if (_mm_movemask_epi8(block_scan::equal(first, '\r'))) return found;
+    for (int i = block_size; i != window_size; i += block_size)
+        found |= separators(load(at + i)) << i;
+    return found;
+}
+
+// Where a line's columns go, up to its limit.
+struct Columns {
+    char** next;
+    char** end;
+
+    void add(char* text) {
+        if (next != end) *next++ = text;
     }
-    __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(at));
-    __m128i const tabs = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\t'));
-    __m128i const returns = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r'));
-    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_or_si128(tabs, returns)));
+};
+
+// Ends the line at a carriage return and gives the place where the next one starts. Kept: without
+// a line feed the step over it is made all the same, and the next line loses its first byte.
+char* end_line(char* at, char const* end) {
+    if (at + 1 < end && at[1] == '\n') at[1] = 0;
+    return at + 2;
+}
+
+// Cuts one line into columns; gives the place where the next one starts.
+char* split(char* column, char* end, Columns& columns) {
+    for (char* window = column; window < end; window += window_size) {
+        for (auto found = next_separators(window, end); found; found &= found - 1) {
+            char* const at = window + std::countr_zero(found);
+            char const separator = *at;
+            *at = 0;
+            columns.add(column);
+            if (separator == '\r') return end_line(at, end);
+            column = at + 1;
+        }
+    }
+    if (column < end) columns.add(column);
+    return end;
 }
 
 }  // namespace
@@ -73,13 +131,6 @@ CSV_LINE::~CSV_LINE() {
     custom_free(columns_);
 }
 
-// Ends the line at a carriage return and gives the place where the next one starts. Kept: without
-// a line feed the step over it is made all the same, and the next line loses its first byte.
-char* CSV_LINE::end_line(char* at) {
-    if (at + 1 < file_->end_ && at[1] == '\n') at[1] = 0;
-    return at + 2;
-}
-
 bool CSV_LINE::readln() {
     count_ = 0;
     if (file_->pos_ >= file_->end_) {
@@ -87,26 +138,11 @@ bool CSV_LINE::readln() {
         return false;
     }
     line_ = ++file_->line_;
-    file_->pos_ = split(file_->pos_);
-    std::fill_n(columns_ + count_, column_limit_ - count_, nullptr);
+    Columns columns{columns_, columns_ + column_limit_};
+    file_->pos_ = split(file_->pos_, file_->end_, columns);
+    count_ = static_cast<unsigned int>(columns.next - columns_);
+    std::fill(columns.next, columns.end, nullptr);
     return true;
-}
-
-// Cuts one line into columns; gives the place where the next one starts.
-char* CSV_LINE::split(char* column) {
-    char* const end = file_->end_;
-    for (char* block = column; block < end; block += sizeof(__m128i)) {
-        for (unsigned int found = separators(block, end); found; found &= found - 1) {
-            char* const at = block + std::countr_zero(found);
-            char const separator = *at;
-            *at = 0;
-            add_column(column);
-            if (separator == '\r') return end_line(at);
-            column = at + 1;
-        }
-    }
-    if (column < end) add_column(column);
-    return end;
 }
 
 unsigned int CSV_LINE::find_column(char const* name) const {

@@ -89,12 +89,6 @@ public:
     char* const* columns() const { return columns_; }
 
 private:
-    void add_column(char* text) {
-        if (count_ < column_limit_) columns_[count_++] = text;
-    }
-    char* split(char* column);
-    char* end_line(char* at);
-
     CSV_FILE* file_;
     unsigned int column_limit_;
     unsigned int pointer_count_;
