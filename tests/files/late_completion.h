@@ -4,20 +4,50 @@
 
 #include "qx/base/windows.h"
 
+#include <functional>
+#include <memory>
+
 #include "tests/harness/stand_in.h"
 
 namespace test {
 
 class LateCompletion {
 public:
-    explicit LateCompletion(unsigned int delay_ms);
+    explicit LateCompletion(unsigned int delay_ms) {
+        real_read_ = reinterpret_cast<decltype(&ReadFileEx)>(stand_in_.original());
+        delay_ = delay_ms;
+        begun = delivered = 0;
+    }
 
     // Reads asked for, and those that came to be read.
-    static unsigned int begun;
-    static unsigned int delivered;
+    static inline unsigned int begun, delivered;
 
 private:
-    StandIn stand_in_;
+    using Routine = LPOVERLAPPED_COMPLETION_ROUTINE;
+
+    static BOOL WINAPI
+    read_late(HANDLE file, LPVOID data, DWORD bytes, LPOVERLAPPED record, Routine routine) {
+        HANDLE const timer = CreateWaitableTimerA(nullptr, TRUE, nullptr);
+        auto const read = new std::function<void()>([=] {
+            CloseHandle(timer);
+            ++delivered;
+            if (!real_read_(file, data, bytes, record, routine)) routine(GetLastError(), 0, record);
+        });
+        // In an alertable wait, as the completion of the real read will be.
+        auto const call = [](void* argument, DWORD, DWORD) {
+            (*std::unique_ptr<std::function<void()>>(
+                static_cast<std::function<void()>*>(argument)))();
+        };
+        LARGE_INTEGER const due = {.QuadPart = -10000ll * delay_};
+        ++begun;
+        BOOL const set = SetWaitableTimer(timer, &due, 0, call, read, FALSE);
+        SetLastError(0);
+        return set;
+    }
+
+    static inline decltype(&ReadFileEx) real_read_;
+    static inline unsigned int delay_;
+    StandIn stand_in_{"ReadFileEx", read_late};
 };
 
 }  // namespace test

@@ -62,26 +62,20 @@ TEST_F(Qxpack, what_goes_in_comes_out) {
 }
 
 TEST_F(Qxpack, refuses_packs_by_their_names_and_names_that_the_system_takes_for_another) {
-    struct Row {
-        char const *first, *second, *said;
-    };
     constexpr char const *device = "keeps for a device", *no_name = "no name for a file";
-    for (Row const& row :
-         {Row{"com10", "a.nul", "code 0"},
-          {"a", "A", "differ by case alone"},
-          {"a", "..\\a", no_name},
-          {"a", "a.\\b", no_name},
-          {"a", "b...", no_name},
-          {"a", "nul", device},
-          {"a", "a\\Con.tar.gz", device},
-          {"a", "com1 .txt\\b", device},
-          {"a", "LPT\xC2\xB9", device}}) {
+    constexpr char const* rows[][3] = {
+        {"com10", "a.nul", "code 0"},   {"a", "A", "differ by case alone"},
+        {"a", "..\\a", no_name},        {"a", "a.\\b", no_name},
+        {"a", "b...", no_name},         {"a", "nul", device},
+        {"a", "a\\Con.tar.gz", device}, {"a", "com1 .txt\\b", device},
+        {"a", "LPT\xC2\xB9", device}};
+    for (auto const& [first, second, reason] : rows) {
         std::string const pack =
-            folder_.write("p", test::build_pack({{{row.first, "x"}, {row.second, "y"}}}));
+            folder_.write("p", test::build_pack({{{first, "x"}, {second, "y"}}}));
         std::string const said = qxpack("extract " + pack + " " + out_);
-        bool const is_good = row.first == std::string("com10");
-        EXPECT_TRUE(has(said, row.said) && has(said, is_good ? "code 0" : "code 1")) << row.second;
-        EXPECT_EQ(fs::exists(out_), is_good) << row.second;
+        bool const is_good = reason == rows[0][2];
+        EXPECT_TRUE(has(said, reason) && has(said, is_good ? "code 0" : "code 1")) << second;
+        EXPECT_EQ(fs::exists(out_), is_good) << second;
         fs::remove_all(out_);
     }
     std::string const pack = folder_.write("p", test::build_pack({{{"a", "x"}, {"a", "y"}}}));
