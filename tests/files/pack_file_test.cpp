@@ -220,13 +220,12 @@ TYPED_TEST(BothPacks, bear_every_cut_and_every_change_of_one_byte_in_the_index) 
 
 TYPED_TEST(BothPacks, come_out_closed_when_memory_runs_out) {
     char const* const path = this->write(three_files(9));
-    bool fired = true;
-    for (unsigned int nth = 1; fired; ++nth) {
+    bool opened = false;
+    for (unsigned int nth = 1; !opened; ++nth) {
         TypeParam pack;
         test::FailingAllocation const failing(nth);
-        bool const opened = pack.open(path, 9);
-        fired = failing.fired();
-        EXPECT_TRUE(opened == !fired && opened == (pack.table() != nullptr));
+        opened = pack.open(path, 9);
+        ASSERT_TRUE(opened != failing.fired() && opened == (pack.table() != nullptr));
     }
 }
 
