@@ -24,19 +24,20 @@ public:
 
 private:
     using Routine = LPOVERLAPPED_COMPLETION_ROUTINE;
+    using Read = std::function<void()>;
 
     static BOOL WINAPI
     read_late(HANDLE file, LPVOID data, DWORD bytes, LPOVERLAPPED record, Routine routine) {
         HANDLE const timer = CreateWaitableTimerA(nullptr, TRUE, nullptr);
-        auto const read = new std::function<void()>([=] {
+        auto const read = new Read([=] {
             CloseHandle(timer);
             ++delivered;
             if (!real_read_(file, data, bytes, record, routine)) routine(GetLastError(), 0, record);
         });
         // In an alertable wait, as the completion of the real read will be.
         auto const call = [](void* argument, DWORD, DWORD) {
-            (*std::unique_ptr<std::function<void()>>(
-                static_cast<std::function<void()>*>(argument)))();
+            std::unique_ptr<Read> const own(static_cast<Read*>(argument));
+            (*own)();
         };
         LARGE_INTEGER const due = {.QuadPart = -10000ll * delay_};
         ++begun;
