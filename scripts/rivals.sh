@@ -15,7 +15,7 @@ headers=(libstb-dev libfmt-dev librapidxml-dev robin-map-dev libfccp-dev)
 # These bring a program that makes sources.
 makers=(re2c)
 # These are built from their source packages.
-sources=(pugixml tinyxml2 libyuv mimalloc libdeflate lua5.4)
+sources=(pugixml tinyxml2 libyuv mimalloc libdeflate libzip lua5.4)
 
 private_apt() {
   local base=$out/apt
@@ -77,6 +77,26 @@ build_lua() {
   archive lua $prefix-gcc-posix -- $(ls "$dir"src/*.c | grep -vE '/(lua|luac)\.c$')
 }
 
+# Its own build makes the headers that tell what the system has. Stored entries need no more of it.
+build_libzip() {
+  local dir option options=()
+  dir=$(echo "$out"/source/libzip-*/)
+  cp "$dir"lib/zip.h "$out/include/"
+  [ -f "$out/lib/libzip.a" ] && return
+  echo "rivals: building zip"
+  for option in BUILD_SHARED_LIBS BUILD_TOOLS BUILD_REGRESS BUILD_EXAMPLES BUILD_DOC ENABLE_BZIP2 \
+    ENABLE_LZMA ENABLE_COMMONCRYPTO ENABLE_GNUTLS ENABLE_MBEDTLS ENABLE_OPENSSL \
+    ENABLE_WINDOWS_CRYPTO; do
+    options+=("-D$option=OFF")
+  done
+  cmake -S "$dir" -B "$out/obj/zip" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/mingw-w64.cmake" -DCMAKE_C_FLAGS=-w "${options[@]}" \
+    >"$out/obj/zip.log" 2>&1
+  ninja -C "$out/obj/zip" --quiet
+  cp "$out/obj/zip/zipconf.h" "$out/include/"
+  cp "$out/obj/zip/lib/libzip.a" "$out/lib/"
+}
+
 build() {
   local s=$out/source cxx=$prefix-g++-posix cc=$prefix-gcc-posix dir
   dir=$(echo "$s"/pugixml-*/); cp "$dir"src/*.hpp "$out/include/"
@@ -88,6 +108,7 @@ build() {
   dir=$(echo "$s"/libdeflate-*/); cp "$dir"libdeflate.h "$out/include/"
   archive deflate $cc -I"$dir" -- "$dir"lib/*.c "$dir"lib/x86/cpu_features.c
   build_lua
+  build_libzip
   dir=$(echo "$s"/libyuv-*/); cp -r "$dir"include/* "$out/include/"
   archive yuv $cxx -I"$dir"include -- "$dir"source/*.cc
 }

@@ -1,5 +1,5 @@
-// pack_bench.cpp - opening packs and looking names up in them, beside hash maps of the same names
-// and a plain read of the same index.
+// pack_bench.cpp - opening packs and looking names up in them, beside hash maps of the same names,
+// a reader of zip files and a plain read of the same index.
 #include "benchmarks/bench.h"
 
 #include <algorithm>
@@ -13,6 +13,10 @@
 
 #if defined(QX_RIVAL_ROBIN_MAP)
 #include <tsl/robin_map.h>
+#endif
+
+#if defined(QX_RIVAL_LIBZIP)
+#include <zip.h>
 #endif
 
 #include "qx/files/file_streams.h"
@@ -62,6 +66,52 @@ void write_pack(std::string const& path, Names const& names) {
     file.write(block.data(), sizes[0]);
     file.write(ends.data(), 4 * count);
 }
+
+// Beside the pack.
+std::string zip_path(std::string const& path) {
+    return path + ".zip";
+}
+
+#if defined(QX_RIVAL_LIBZIP)
+// The same empty entries, each 42 bytes larger in the directory that is read.
+void write_zip(std::string const& path, Names const& names) {
+    std::filesystem::remove(path);
+    zip_t* const zip = zip_open(path.c_str(), ZIP_CREATE, nullptr);
+    for (std::string const& name : names) {
+        zip_source_t* const empty = zip_source_buffer(zip, nullptr, 0, 0);
+        auto const index = zip_file_add(zip, name.c_str(), empty, 0);
+        zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_STORE, 0);
+    }
+    if (zip_close(zip) != 0) std::abort();
+}
+
+class Zip {
+public:
+    explicit Zip(std::string const& path)
+        : zip_(zip_open(zip_path(path).c_str(), ZIP_RDONLY, nullptr)) {}
+    // From memory, where it makes no system call for each entry.
+    explicit Zip(std::string_view bytes)
+        : zip_(zip_open_from_source(
+              zip_source_buffer_create(bytes.data(), bytes.size(), 0, nullptr), ZIP_RDONLY,
+              nullptr)) {}
+    ~Zip() { zip_discard(zip_); }
+
+    Zip(Zip const&) = delete;
+    Zip& operator=(Zip const&) = delete;
+
+    bool has(std::string const& name) const { return zip_name_locate(zip_, name.c_str(), 0) >= 0; }
+    auto size() const { return zip_get_num_entries(zip_, 0); }
+
+private:
+    zip_t* zip_;
+};
+
+unsigned int hits(Zip const& zip, Names const& probes) {
+    unsigned int found = 0;
+    for (std::string const& probe : probes) found += zip.has(probe);
+    return found;
+}
+#endif
 
 // Other copies of the names in random order, so that no contender meets its own memory.
 Names make_probes(Names const& names, bool present) {
@@ -130,6 +180,14 @@ void measure_opening(bench::Table const& table, std::string const& path, unsigne
 #if defined(QX_RIVAL_ROBIN_MAP)
     contenders.push_back({"tsl::robin_map", [&] { read_into_map<FastMap>(path, count); }});
 #endif
+#if defined(QX_RIVAL_LIBZIP)
+    std::string zip;
+    read_index(zip_path(path), zip);
+    if (Zip(std::string_view(zip)).size() != count || Zip(path).size() != count) std::abort();
+    contenders.push_back({"libzip, a zip of the names", [&] { bench::keep(Zip(path).size()); }});
+    contenders.push_back(
+        {"libzip, the zip in memory", [&] { bench::keep(Zip(std::string_view(zip)).size()); }});
+#endif
     contenders.push_back({"the index read alone", [&] {
                               std::string bytes;
                               read_index(path, bytes);
@@ -148,6 +206,9 @@ void measure_look_ups(bench::Table const& table, std::string const& path, Names 
     FastMap fast_map;
     build_map(bytes, names.size(), fast_map);
 #endif
+#if defined(QX_RIVAL_LIBZIP)
+    Zip const zip(path);
+#endif
     for (bool const present : {true, false}) {
         Names const probes = make_probes(names, present);
         unsigned int const expected = present ? probe_count : 0;
@@ -158,6 +219,11 @@ void measure_look_ups(bench::Table const& table, std::string const& path, Names 
         };
 #if defined(QX_RIVAL_ROBIN_MAP)
         contenders.push_back({"tsl::robin_map", [&] { bench::keep(hits(fast_map, probes)); }});
+#endif
+#if defined(QX_RIVAL_LIBZIP)
+        if (hits(zip, probes) != expected) std::abort();
+        contenders.push_back(
+            {"libzip, a zip of the names", [&] { bench::keep(hits(zip, probes)); }});
 #endif
         std::string const label = std::to_string(names.size()) + " names, ";
         table.row((label + (present ? "hit" : "miss")).c_str(), probe_count, contenders);
@@ -172,8 +238,12 @@ int main() {
     for (unsigned int const count : {100u, 1000u, 10000u, 100000u}) {
         Names const names = make_names(count);
         write_pack(path, names);
+#if defined(QX_RIVAL_LIBZIP)
+        write_zip(zip_path(path), names);
+#endif
         measure_opening(table, path, count);
         measure_look_ups(table, path, names);
     }
     std::filesystem::remove(path);
+    std::filesystem::remove(zip_path(path));
 }
