@@ -350,59 +350,168 @@ UniString format_arguments(
     return format_list(format, length, arguments, count);
 }
 
-// --- The members, the same in both widths --------------------------------------------------------
+// --- The members of String -----------------------------------------------------------------------
 
-#define QX_FORMAT_MEMBERS(Text, Unit)                                                              \
-    Text Text::format(Text const& format) {                                                        \
-        return format_list<Unit>(format.data(), format.length(), nullptr, 0);                      \
-    }                                                                                              \
-    void Text::parse_format_arguments(                                                             \
-        Text const& format, Unit& ch, unsigned short& position, short& precision, char& sign,      \
-        unsigned short& width, bool& left_justify, char& pad) {                                    \
-        Conversion<Unit> const parsed = parse_public<Unit>(format, position);                      \
-        ch = parsed.letter;                                                                        \
-        precision = parsed.precision;                                                              \
-        sign = parsed.sign;                                                                        \
-        width = parsed.width;                                                                      \
-        left_justify = parsed.left_justify;                                                        \
-        pad = parsed.pad;                                                                          \
-    }                                                                                              \
-    bool Text::append_rest(Text& out, Text const& format, unsigned short& position) {              \
-        return append_rest_public<Unit>(out, format, position);                                    \
-    }
+String String::format(String const& format) {
+    return format_list<char>(format.data(), format.length(), nullptr, 0);
+}
 
-QX_FORMAT_MEMBERS(String, char)
-QX_FORMAT_MEMBERS(UniString, wchar_t)
-#undef QX_FORMAT_MEMBERS
+void String::parse_format_arguments(
+    String const& format, char& ch, unsigned short& position, short& precision, char& sign,
+    unsigned short& width, bool& left_justify, char& pad) {
+    Conversion<char> const parsed = parse_public<char>(format, position);
+    ch = parsed.letter;
+    precision = parsed.precision;
+    sign = parsed.sign;
+    width = parsed.width;
+    left_justify = parsed.left_justify;
+    pad = parsed.pad;
+}
 
-#define QX_APPEND_FORMATTED(Text, Unit, Value)                                                     \
-    bool Text::append_formatted_type(                                                              \
-        Value value, Unit& ch, Text& out, short precision, char sign, unsigned short width,        \
-        bool left_justify, char pad) {                                                             \
-        return append_one<Unit>(out, {ch, precision, sign, width, left_justify, pad}, value);      \
-    }
+bool String::append_rest(String& out, String const& format, unsigned short& position) {
+    return append_rest_public<char>(out, format, position);
+}
 
-QX_APPEND_FORMATTED(String, char, String const&)
-QX_APPEND_FORMATTED(String, char, char)
-QX_APPEND_FORMATTED(String, char, int)
-QX_APPEND_FORMATTED(String, char, unsigned int)
-QX_APPEND_FORMATTED(String, char, float)
-QX_APPEND_FORMATTED(String, char, char const*)
-QX_APPEND_FORMATTED(String, char, void const*)
-QX_APPEND_FORMATTED(String, char, long long)
-QX_APPEND_FORMATTED(String, char, unsigned long long)
+bool String::append_formatted_type(
+    String const& value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
 
-QX_APPEND_FORMATTED(UniString, wchar_t, UniString const&)
-QX_APPEND_FORMATTED(UniString, wchar_t, char)
-QX_APPEND_FORMATTED(UniString, wchar_t, int)
-QX_APPEND_FORMATTED(UniString, wchar_t, unsigned int)
-QX_APPEND_FORMATTED(UniString, wchar_t, float)
-QX_APPEND_FORMATTED(UniString, wchar_t, char const*)
-QX_APPEND_FORMATTED(UniString, wchar_t, void const*)
-QX_APPEND_FORMATTED(UniString, wchar_t, long long)
-QX_APPEND_FORMATTED(UniString, wchar_t, unsigned long long)
-QX_APPEND_FORMATTED(UniString, wchar_t, wchar_t const*)
-QX_APPEND_FORMATTED(UniString, wchar_t, wchar_t)
-#undef QX_APPEND_FORMATTED
+bool String::append_formatted_type(
+    char value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    int value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    unsigned int value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    float value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    char const* value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    void const* value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    long long value, char& ch, String& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool String::append_formatted_type(
+    unsigned long long value, char& ch, String& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<char>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+// --- The members of UniString --------------------------------------------------------------------
+
+UniString UniString::format(UniString const& format) {
+    return format_list<wchar_t>(format.data(), format.length(), nullptr, 0);
+}
+
+void UniString::parse_format_arguments(
+    UniString const& format, wchar_t& ch, unsigned short& position, short& precision, char& sign,
+    unsigned short& width, bool& left_justify, char& pad) {
+    Conversion<wchar_t> const parsed = parse_public<wchar_t>(format, position);
+    ch = parsed.letter;
+    precision = parsed.precision;
+    sign = parsed.sign;
+    width = parsed.width;
+    left_justify = parsed.left_justify;
+    pad = parsed.pad;
+}
+
+bool UniString::append_rest(UniString& out, UniString const& format, unsigned short& position) {
+    return append_rest_public<wchar_t>(out, format, position);
+}
+
+bool UniString::append_formatted_type(
+    UniString const& value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    char value, wchar_t& ch, UniString& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    int value, wchar_t& ch, UniString& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    unsigned int value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    float value, wchar_t& ch, UniString& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    char const* value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    void const* value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    long long value, wchar_t& ch, UniString& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    unsigned long long value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    wchar_t const* value, wchar_t& ch, UniString& out, short precision, char sign,
+    unsigned short width, bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
+
+bool UniString::append_formatted_type(
+    wchar_t value, wchar_t& ch, UniString& out, short precision, char sign, unsigned short width,
+    bool left_justify, char pad) {
+    return append_one<wchar_t>(out, {ch, precision, sign, width, left_justify, pad}, value);
+}
 
 }  // namespace QX
