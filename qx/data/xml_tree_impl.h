@@ -1,6 +1,7 @@
 // xml_tree_impl.h - what the workings on trees share: the walk without recursion.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 namespace QX {

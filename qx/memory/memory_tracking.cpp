@@ -1,5 +1,6 @@
 #include "qx/memory/memory_tracking.h"
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>

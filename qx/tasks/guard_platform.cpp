@@ -5,6 +5,8 @@
 #include <cxxabi.h>
 #include <unwind.h>
 
+#include <cstddef>
+
 namespace {
 
 constexpr DWORD thrown_object = 0x20474343;  // the code of the compiler's own exceptions
