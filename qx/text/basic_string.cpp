@@ -298,10 +298,11 @@ void BASIC_STRING<CharT, Traits, Alloc>::reserve_partial_copy(
 
 template <TextUnit CharT, typename Traits, typename Alloc>
 void BASIC_STRING<CharT, Traits, Alloc>::append_moving(CharT const* text, unsigned int count) {
+    unsigned int const sum = length_with(count);
     SCOPED_POINTER holder(storage_);
-    reserve_partial_copy(length_ + count, length_, holder);
+    reserve_partial_copy(sum, length_, holder);
     std::memcpy(storage_ + length_, text, count * 1ull * sizeof(CharT));
-    set_length(length_ + count);
+    set_length(sum);
 }
 
 template <TextUnit CharT, typename Traits, typename Alloc>

@@ -317,6 +317,12 @@ private:
     // The static terminator has capacity 0 and no block has.
     bool owns_block() const { return capacity_ != 0; }
 
+    // The length with `count` characters more. More than it can tell throws as exhaustion does.
+    unsigned int length_with(unsigned int count) const {
+        if (QX_UNLIKELY(count > ~length_)) custom_malloc(~0ull, HEAP_GENERAL);
+        return length_ + count;
+    }
+
     void set_length(unsigned int count) {
         length_ = count;
         storage_[count] = CharT();

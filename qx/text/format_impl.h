@@ -230,7 +230,7 @@ private:
 
     QX_NOINLINE void grow(unsigned int count) {
         close();
-        target_.reserve(target_.length() + count);
+        target_.reserve(target_.length_with(count));
         fetch();
     }
 

@@ -54,6 +54,14 @@ TEST(String, takes_numbers_as_room_and_characters_as_text) {
     EXPECT_EQ(String("a\0b", 3).length(), 3u);
 }
 
+TEST(String, grows_no_further_than_its_length_can_tell) {
+    String text("abc");
+    text.length_ = text.capacity_ = 0xFFFFFFF0;  // as if its block were as long
+    EXPECT_THROW(text += String(16u, 'x'), std::bad_alloc);
+    text.length_ = text.capacity_ = 3;
+    EXPECT_EQ(text, "abc");
+}
+
 TEST(String, position_beyond_the_length_wraps_where_nothing_clamps) {
     char read[3];
     EXPECT_EQ(String("abcdef").copy(read, 9, 4), 2u);
