@@ -80,8 +80,9 @@ void custom_free_all(void const* const* blocks, unsigned int count) {
 
 void* malloc_aligned(unsigned long long size, unsigned int alignment, HEAPS heap) {
     unsigned long long const step = alignment < 4 ? 4 : alignment;
-    void* const base = custom_malloc(size + 8 + step, heap);
-    unsigned long long const end = reinterpret_cast<unsigned long long>(base) + 8 + step;
+    unsigned long long const room = 8 + step;  // for the word and for rounding up
+    void* const base = custom_malloc(size <= ~0ull - room ? size + room : ~0ull, heap);
+    unsigned long long const end = reinterpret_cast<unsigned long long>(base) + room;
     void** const result = reinterpret_cast<void**>(end - end % step);
     std::memcpy(reinterpret_cast<char*>(result) - 8, &base, sizeof base);
     return result;

@@ -73,6 +73,8 @@ TEST(MallocAligned, rounds_to_any_alignment_from_four) {
         std::uintptr_t const end = reinterpret_cast<std::uintptr_t>(base) + 8 + step;
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block), end / step * step);
         QX::custom_free(base);
+        for (unsigned long long const size : {~0ull, ~0ull - 8, ~0ull - 8 - step, ~0ull >> 1})
+            EXPECT_THROW(QX::malloc_aligned(size, alignment, QX::HEAP_GENERAL), std::bad_alloc);
     }
 }
 
