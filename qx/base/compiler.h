@@ -17,6 +17,13 @@
 // At a function's end: its last call is a true one, so that the function shows in a stack.
 #define QX_KEEP_FRAME() asm volatile("")
 
+// Ends a destructor whose object is looked at afterwards: what was stored in it stays. Without this
+// the compiler drops stores to a dying object.
+#define QX_KEEP_STORES() asm volatile("" : : "m"(*this))
+
+// The same for one store, where the destructor is inlined and the object may live in registers.
+#define QX_STORE_LAST(member, value) (*const_cast<decltype(member) volatile*>(&(member)) = (value))
+
 // Stops in the debugger; the process goes on behind it when told to.
 #define QX_BREAK() asm volatile("int3")
 

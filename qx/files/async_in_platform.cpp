@@ -1,5 +1,6 @@
 #include "qx/files/async_in.h"
 
+#include "qx/base/compiler.h"
 #include "qx/base/windows.h"
 #include "qx/files/file_streams_impl.h"
 
@@ -64,6 +65,7 @@ struct AsyncCompletion {
 AsyncIn::~AsyncIn() {
     close();
     error_ = closed_error;
+    QX_KEEP_STORES();
 }
 
 bool AsyncIn::open(char const* name) {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "qx/base/compiler.h"
+
 namespace QX {
 
 namespace {
@@ -34,6 +36,7 @@ bool fill(FileInf& record, struct _stat64 const& found) {
 FileOut::~FileOut() {
     if (file_) close();
     error_ = closed_error;
+    QX_KEEP_STORES();
 }
 
 bool FileOut::finish_open(_iobuf* file) {

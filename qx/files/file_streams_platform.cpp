@@ -1,5 +1,6 @@
 #include "qx/files/file_streams_impl.h"
 
+#include "qx/base/compiler.h"
 #include "qx/base/windows.h"
 
 #include <cstring>
@@ -57,6 +58,7 @@ unsigned long long handle_size(void* handle, unsigned int& error) {
 FileIn::~FileIn() {
     if (handle_ != INVALID_HANDLE_VALUE) close();
     error_ = closed_error;
+    QX_KEEP_STORES();
 }
 
 bool FileIn::finish_open(void* handle) {

@@ -1,5 +1,6 @@
 #include "qx/files/mapped_file.h"
 
+#include "qx/base/compiler.h"
 #include "qx/base/windows.h"
 #include "qx/memory/heap.h"
 
@@ -70,12 +71,13 @@ MappedFilePlatform::MappedFilePlatform(
     : size_(size) {
     unsigned long long const granularity = system_info().dwAllocationGranularity;
     unsigned long long const start = offset / granularity * granularity;
-    unsigned long long const length = size + (offset - start);
+    unsigned long long const ahead = offset - start;
+    unsigned long long const length = size <= ~0ull - ahead ? size + ahead : ~0ull;
 
     char* const place = find_high_place(length, granularity);
     if (place) view_ = map_view(mapping, start, length, place);
     if (!view_) view_ = map_view(mapping, start, length, nullptr);
-    if (view_) data_ = view_ + (offset - start);
+    if (view_) data_ = view_ + ahead;
 }
 
 MappedFilePlatform::~MappedFilePlatform() {
@@ -107,6 +109,7 @@ UnbufferedFileInPlatform::UnbufferedFileInPlatform(wchar_t const* name, FileAndM
 
 UnbufferedFileInPlatform::~UnbufferedFileInPlatform() {
     close();
+    QX_KEEP_STORES();
 }
 
 void UnbufferedFileInPlatform::close() {

@@ -1,5 +1,7 @@
 #include "qx/files/memory_streams.h"
 
+#include "qx/base/compiler.h"
+
 namespace QX {
 
 namespace {
@@ -74,6 +76,7 @@ bool TestMemBuffer::seek(int position) {
 
 MemFileIn::~MemFileIn() {
     close();
+    QX_KEEP_STORES();
 }
 
 bool MemFileIn::finish_open(unsigned long long size) {

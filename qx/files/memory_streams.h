@@ -8,6 +8,7 @@
 // A position below zero counts from the end.
 #pragma once
 
+#include "qx/base/compiler.h"
 #include "qx/base/export.h"
 #include "qx/files/error_codes.h"
 #include "qx/files/mapped_file.h"
@@ -64,7 +65,7 @@ class MemBuffer : public detail::MemoryCursor {
 public:
     MemBuffer() = default;
     MemBuffer(char* data, unsigned int size) { open(data, size); }
-    ~MemBuffer() { close(); }
+    ~MemBuffer() { QX_STORE_LAST(end_, nullptr); }
     MemBuffer(MemBuffer const&) = default;
     MemBuffer& operator=(MemBuffer const&) = default;
 
@@ -128,7 +129,7 @@ class TestMemBuffer : public detail::MemoryCursor {
 public:
     TestMemBuffer() = default;
     TestMemBuffer(char* data, unsigned int size) { open(data, size); }
-    ~TestMemBuffer() { close(); }
+    ~TestMemBuffer() { QX_STORE_LAST(end_, nullptr); }
     TestMemBuffer(TestMemBuffer const&) = default;
     TestMemBuffer& operator=(TestMemBuffer const&) = default;
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <new>
 
+#include "qx/base/compiler.h"
 #include "qx/memory/heap.h"
 
 namespace QX {
@@ -29,6 +30,7 @@ TransientAllocator::TransientAllocator(unsigned long long size)
 TransientAllocator::~TransientAllocator() {
     custom_free(base_);
     base_ = nullptr;
+    QX_KEEP_STORES();
 }
 
 void* TransientAllocator::allocate(unsigned long long size, unsigned long long alignment) {

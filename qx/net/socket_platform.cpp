@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qx/base/compiler.h"
 #include "qx/net/socket_errors.h"
 
 namespace QX {
@@ -133,6 +134,7 @@ Socket& Socket::operator=(Socket const& source) {
 
 Socket::~Socket() {
     release();
+    QX_KEEP_STORES();
 }
 
 void Socket::take(Socket const& source, bool borrow) {

@@ -142,6 +142,10 @@ TEST(FileStreams, mark_themselves_closed_as_they_die) {
     EXPECT_EQ(status_after(mapped), QX::FILE_NOT_FOUND);
     auto* const out = new (room) FileOut(name.c_str());
     EXPECT_TRUE(status_after(out) == QX::FILE_NOT_FOUND && out->error() == 6);
+    std::memset(room, 1, sizeof room);
+    void* volatile place = room;  // read twice, so that the inlined end is not seen through
+    std::destroy_at(new (place) MemBuffer(reinterpret_cast<char*>(room), 3));
+    EXPECT_EQ(static_cast<MemBuffer*>(place)->end_, nullptr);
 }
 
 TEST(FileIn, reads_strings_with_a_length_of_16_bits) {
@@ -369,8 +373,10 @@ TEST(MappedFile, a_view_begins_at_any_offset_high_or_anywhere_when_no_high_place
         EXPECT_EQ(std::memcmp(view->data(), bytes.data() + offset, view->size()), 0);
         EXPECT_EQ(std::memcmp(view->to_RAM().get(), view->data(), view->size()), 0);
     }
-    auto const beyond = file.map(0, 300000);
-    EXPECT_TRUE(beyond->data() == nullptr && beyond->to_RAM() == nullptr);
+    for (auto const& [offset, size] : {std::pair{0ull, 300000ull}, {0, ~0ull}, {65538, ~0ull}}) {
+        auto const beyond = file.map(offset, size);
+        EXPECT_TRUE(beyond->data() == nullptr && beyond->to_RAM() == nullptr) << offset;
+    }
     test::StandIn const place(
         "VirtualAlloc", +[](LPVOID, SIZE_T, DWORD, DWORD) -> LPVOID { return nullptr; });
     EXPECT_EQ(std::memcmp(file.map(1, 4)->data(), bytes.data() + 1, 4), 0);
