@@ -80,6 +80,7 @@ TGAHeader::TGAHeader(
       bits_per_pixel(depth_of(format)) {
     descriptor = static_cast<unsigned char>(
         alpha_bits_of(format) | (right_to_left ? 16 : 0) | (top_to_bottom ? 32 : 0));
+    if (!text) return;
     std::size_t const length = std::min<std::size_t>(std::strlen(text), 255);
     id_length = static_cast<unsigned char>(length);
     std::memcpy(id, text, length);

@@ -47,7 +47,7 @@ struct TGAHeader {
 
     TGAHeader() = default;
 
-    // For writing. The id must be shorter than 256 bytes.
+    // For writing. The id is `text`, of which 255 bytes are taken; null is no id.
     QX_API TGAHeader(
         unsigned short columns, unsigned short rows, TGAFormat format, bool right_to_left,
         bool top_to_bottom, char const* text);

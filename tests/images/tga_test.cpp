@@ -212,6 +212,7 @@ TEST_F(TGA, writes_the_header_that_it_was_built_with) {
     constexpr char expected[] = "\5\0\2\0\0\0\0\0\0\0\0\0\x34\x12\x78\x56\x20\x18"
                                 "five!";
     EXPECT_EQ(read_file(folder_.file("id.tga")), text_of(expected, 23));
+    EXPECT_EQ(TGAHeader(1, 1, PIXEL_FORMAT_GREY8, false, false, nullptr).id_length, 0);
 }
 
 // Every view format into every file format and orientation, from padded rows.
