@@ -28,6 +28,7 @@ enum DEBUG_MENU_ITEM_UPDATE_RESULT : int {
 // The native half: one menu handle.
 class DebugMenuPlatform {
 public:
+    // The handle is null where the system has no menu left. An earlier one is not destroyed.
     QX_API void create_menu();
     QX_API void destroy_menu();
     QX_API void invalidate();   // forgets the handle without a system call
@@ -119,7 +120,7 @@ class QX_API DebugMenuManager : public DebugMenuItem {
 public:
     ~DebugMenuManager() override;
 
-    // Makes the manager. The flag is kept as `enabled`.
+    // Makes the manager; one that is there already is lost. The flag is kept as `enabled`.
     static void create(QXWindow const& window, bool enabled);
 
     // Ends the manager if there ever was one. `instance` still answers its address, which must not

@@ -1,6 +1,7 @@
 // key_table.h - the keys and mouse events by number and by name.
 //
-// The numbers and names are fixed: games store both in their key bindings.
+// The numbers and names are fixed: games store both in their key bindings. Constant tables: any
+// thread may ask at any time. A null name faults.
 #pragma once
 
 #include "qx/base/export.h"

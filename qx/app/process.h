@@ -2,7 +2,7 @@
 //
 // exit_process, confirm_exit and Application::kill end the process at once: no static
 // destructors, no atexit work, no report. The ordered way out is the quit message and the host's
-// own return.
+// own return. Threads: any; nothing is kept.
 #pragma once
 
 #include "qx/base/export.h"

@@ -5,8 +5,8 @@
 //     date.month              =>  2, and date.month_index  =>  1
 //     date.weekday            =>  5
 //
-// Seconds are unsigned and last until 2106-02-07. Threads: no shared state but the C run-time's own
-// time zone.
+// Seconds are unsigned and last until 2106-02-07. Where the C run-time refuses a conversion the
+// fields stay as they were. Threads: no shared state but the run-time's own time zone.
 #pragma once
 
 #include "qx/base/export.h"

@@ -24,7 +24,8 @@ using TimerCallback =
 
 // Starts a timer of `period` milliseconds. A running timer with this `id` is ended first; an
 // `id` that is not running (0, say) only starts one. The new timer's id; 0 on failure and once
-// the table is released.
+// the table is released. `callback` may not be null. Exhaustion throws std::bad_alloc, and the new
+// timer does not run.
 QX_API int set_timer(TimerCallback callback, unsigned int id, unsigned int period);
 
 // Ends the timer and forgets its callback. The system is told even of an id that is unknown here.

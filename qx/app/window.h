@@ -236,6 +236,7 @@ public:
     void restore_window();
 
     bool has_menu() const;
+    // Takes the menu off the window. The menu itself stays its maker's, who destroys it.
     void remove_debug_menu();
 
     // Makes the pump answer true once it gets there.

@@ -15,6 +15,9 @@
 //     line.readln();
 //     unsigned int const cost = line.find_column("cost");
 //     while (line.readln()) total += line.get_int32(cost);
+//
+// Failure: making a file or a line, or copying the default value, throws std::bad_alloc; nothing
+// else fails. No pointer may be null, but for the data of 0 bytes.
 #pragma once
 
 #include "qx/base/export.h"

@@ -54,7 +54,7 @@ operator|(TOKENISER_PROCESSING_OPTIONS a, TOKENISER_PROCESSING_OPTIONS b) {
 // but only one of the two may go on, since both write into the text. One thread at a time.
 class Tokeniser {
 public:
-    // Starts at `text`, which is writable and terminated, with no options set.
+    // Starts at `text`, which is writable, terminated and not null, with no options set.
     QX_API void tokenise(char* text);
 
     // A set of TPO_ bits. May be changed between any two tokens.

@@ -124,6 +124,7 @@ private:
     void copy_children(XML_TAG const& other);
 };
 
+// A document: its own tag, with ways in and out. One thread at a time.
 class XML : public XML_TAG<XmlEquality::structure> {
 public:
     using XML_TAG::XML_TAG;

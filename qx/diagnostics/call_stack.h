@@ -62,7 +62,8 @@ namespace stack {
 // caller clears the array first. Nothing skipped, the first frame lies in this function itself.
 QX_API void trace(std::array<void*, 32>& frames, int frames_to_skip);
 
-// Writes 256 lower-case digits, eight an offset, and a terminator. `text` has room for 257.
+// Writes 256 lower-case digits, eight an offset, and a terminator. `text` has room for 257; null
+// faults, here and in the reverse.
 QX_API void offsets_to_string(std::array<unsigned int, 32> const& offsets, char* text);
 
 // The reverse. Eight characters that are no number give 0, and a text that ends early gives zeros

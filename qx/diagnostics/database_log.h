@@ -1,6 +1,7 @@
 // database_log.h - the interface of a log kept in a database, which this library does not have.
 //
-// It is for code written against one: everything compiles and links, and nothing is kept.
+// It is for code written against one: everything compiles and links, and nothing is kept. Nothing
+// fails. Threads: any.
 #pragma once
 
 #include "qx/base/export.h"

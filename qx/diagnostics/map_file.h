@@ -30,7 +30,8 @@ namespace QX::stack {
 // get the first one's name. An offset needs a symbol behind its own function to be resolved.
 //
 // `map_file_name` is UTF-8. A file that can't be opened or has no such table gives 32 empty names;
-// one that ends early, or has a line that is no entry, what was resolved up to there.
+// one that ends early, or has a line that is no entry, what was resolved up to there. Neither
+// pointer may be null. Exhaustion throws std::bad_alloc. Threads: any; nothing is kept.
 QX_API std::array<String, 32> symbolicate_from_map(
     std::array<unsigned int, 32> const& offsets, char const* map_file_name,
     char** ignored_prefixes);

@@ -64,7 +64,8 @@ extern QX_API bool dialog_error_fullscreen_mode;
 
 // --- Boxes ---------------------------------------------------------------------------------------
 
-// The bare box: the text, OK, and no hook. `text` is in the system's narrow code page.
+// The bare box: the text, OK, and no hook. `text` is in the system's narrow code page and
+// goes there as it is.
 QX_API void message_box(char* text);
 
 // The text also goes to the debugger. With `information` there is OK alone and the answer is false;

@@ -37,7 +37,8 @@ struct sStackByThread;
 // Of static life: it is never taken out of its list. Aligned so that its sums change in one step.
 class alignas(16) MINI_PROFILE_BLOCK {
 public:
-    // Registers the block with the calling thread's stack. `name` is kept, not copied.
+    // Registers the block with the calling thread's stack. `name` is kept, not copied, and may not
+    // be null.
     QX_API explicit MINI_PROFILE_BLOCK(char const* name);
 
     MINI_PROFILE_BLOCK(MINI_PROFILE_BLOCK const&) = delete;

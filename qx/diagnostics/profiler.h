@@ -60,7 +60,7 @@ public:
     // std::bad_alloc where there is no memory: then there is no room.
     QX_API void reset(unsigned int max_events);
 
-    // Each one counter read and two stores. `name` is kept, not copied.
+    // Each one counter read and two stores. `name` is kept, not copied; null would be a leave.
     QX_API void enter(char const* name);
     QX_API void leave();
 

@@ -5,6 +5,7 @@
 //     team_names_from_team_mask(0x1F)  =>  "Battle, Campaign, UI, Sound\n, Multiplayer"
 //
 // The fifth name and every fourth behind it begin a new line, behind a comma that is kept.
+// Failure: exhaustion alone (std::bad_alloc). Threads: constants, and texts made for the caller.
 #pragma once
 
 #include "qx/base/export.h"

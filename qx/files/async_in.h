@@ -30,7 +30,7 @@ public:
     QX_API ~AsyncIn();
 
     // Opens an existing file, shared with readers only; closes first. The result is the only
-    // report: a failed open leaves the status FILE_OK.
+    // report: a failed open, such as one of a null name, leaves the status FILE_OK.
     QX_API bool open(char const* name);
 
     // Waits alertably until a read in flight has completed. False if already closed. A read that

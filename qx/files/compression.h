@@ -4,7 +4,9 @@
 // after it, and no size of the expanded data: the reader knows that, or allows for it.
 //
 // The result is the number of bytes produced, and 0 for any failure: an empty result and a failure
-// look alike. Levels are 0 (stored) to 9 (smallest); 0xFFFFFFFF is the usual one, 6.
+// look alike. Levels are 0 (stored) to 9 (smallest); 0xFFFFFFFF is the usual one, 6. A null block
+// of memory gives 0 too, but as a source of 0 bytes; what a refused compression took is not given
+// back.
 //
 // Threads: all calls may run on any thread at once.
 #pragma once

@@ -30,7 +30,8 @@
 // profile. Application folder and kind follow, joined by the system's own rules, which hold the
 // whole to 259 characters. Each query makes the folders on disk.
 //
-// Failure: nothing raises but exhaustion. Without any profile folder the folder texts are empty.
+// Failure: nothing raises but exhaustion. Without any profile folder the folder texts are empty. A
+// null text faults.
 // Threads: the folder cache is filled without a lock; all writers write the same.
 #pragma once
 

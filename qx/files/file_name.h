@@ -19,9 +19,10 @@
 //
 // The first public name makes the process-wide search paths and so looks at the disk.
 //
-// Failure: only exhaustion throws (std::bad_alloc), and then no name was made. Threads: names may
-// be made and read on any thread at once; a name that is known already takes no lock. The search
-// paths have none: set them up before. The texts never change and last until destroy_filesystem.
+// Failure: only exhaustion throws (std::bad_alloc), and then no name was made. A null text faults.
+// Threads: names may be made and read on any thread at once; a name that is known already takes no
+// lock. The search paths have none: set them up before. The texts never change and last until
+// destroy_filesystem.
 #pragma once
 
 #include "qx/base/export.h"

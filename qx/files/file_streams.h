@@ -45,7 +45,8 @@ public:
     QX_API ~FileIn();
 
     // Opens an existing file for reading, shared with readers and writers; closes first if open.
-    // False leaves the stream closed, with the reason in `status()`. With `no_buffering` the file
+    // False leaves the stream closed, with the reason in `status()`; a null name is no file's and
+    // gives FILE_NOT_FOUND. With `no_buffering` the file
     // is opened unbuffered and overlapped, and read under the system's rules for such handles:
     // nothing is aligned for the caller, and plain reads of such a handle fail on most systems.
     QX_API bool open(char const* name, bool no_buffering);
@@ -113,7 +114,8 @@ public:
     QX_API ~FileOut();
 
     // Creates or empties the file, or goes on behind its end with `append`. Closes first if open.
-    // The third argument is accepted and not looked at.
+    // The third argument is accepted and not looked at. `name` may not be null, here and in
+    // FileInf; false where the C library refuses, with its errno as the error.
     QX_API bool open(char const* name, bool append, bool unused);
     QX_API bool open(wchar_t const* name, bool append, bool unused);
 

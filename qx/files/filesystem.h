@@ -94,6 +94,8 @@ QX_API UniString remove_parent_directory(UniString const& path);
 
 // --- The disk ------------------------------------------------------------------------------------
 
+// Paths, patterns and callbacks may not be null.
+
 // Folders count as well.
 QX_API bool exist(char const* path);
 QX_API bool exist(wchar_t const* path);

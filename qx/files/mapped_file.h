@@ -2,6 +2,8 @@
 //
 // UnbufferedFileInPlatform is the base of what reads through a mapping; UnbufferedFileIn pulls
 // mapped pages in and copies them in a way that another thread can call off.
+//
+// Threads: an object belongs to one at a time; the memory of a view may be read by any.
 #pragma once
 
 #include "qx/base/export.h"
@@ -58,12 +60,12 @@ protected:
     QX_API UnbufferedFileInPlatform(wchar_t const* name, FileAndMapping handles);
     QX_API ~UnbufferedFileInPlatform();
 
-    // Closes the mapping handle, then the file handle, each only if owned.
+    // Closes the mapping handle, then the file handle, each only if owned. Nothing is reported.
     QX_API void close();
 
     // Opens a plain buffered handle, shared with readers only, and maps the file. Returns the
     // size; 0 for failure, with the reason in the status. An empty file can't be mapped: 0, and
-    // its handle stays owned until the next `open` or the end.
+    // its handle stays owned until the next `open` or the end. A null name is no file's.
     QX_API unsigned long long open(char const* name);
     QX_API unsigned long long open(wchar_t const* name);
 
@@ -91,7 +93,8 @@ private:
 };
 
 // Copying and touching of mapped memory. Where there is a `stop`, it is looked at before each page
-// and before the tail; when another thread has made it true, the work ends where it stands.
+// and before the tail; when another thread has made it true, the work ends where it stands. Neither
+// pointer may be null unless `bytes` is 0; memory that can't be read faults.
 class UnbufferedFileIn {
 public:
     QX_API static void copy(void* to, void* from, unsigned long long bytes);
@@ -103,10 +106,11 @@ public:
     QX_API static void touch(void* data, unsigned long long bytes, bool volatile& stop);
 };
 
-// Closes the file handle alone: the mapping handle stays open.
+// Closes the file handle alone: the mapping handle stays open. False where the system refuses.
 QX_API bool close_file(FileAndMapping handles);
 
-// Moves the file to `position` from its start.
+// Moves the file to `position` from its start. FILE_OK, or what status_of_error makes of the
+// system's refusal.
 QX_API FileErrorCodes set_file_pointer(FileAndMapping handles, unsigned long long position);
 
 }  // namespace QX

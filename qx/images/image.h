@@ -29,7 +29,7 @@ struct ImageDefaultAllocator {
     // Room for `bytes` of pixels in a block of the default heap, 12 bytes longer, whose address
     // lies in the 8 bytes before the pixels. Throws std::bad_alloc.
     QX_API static void* allocate(unsigned long long bytes);
-    // Frees the block; `bytes` is not looked at.
+    // Frees the block of `allocate`, which may not be null; `bytes` is not looked at.
     QX_API static void release(void* pixels, unsigned long long bytes);
 };
 
@@ -79,7 +79,8 @@ public:
     virtual ConstPixelAccessorDescriptor pixel_accessor() const = 0;
 
     // Writes a TGA file of that format, bottom row first. False if the file can't be created or
-    // the format or a size can't be written; what failed later shows in the stream alone.
+    // the format or a size can't be written; what failed later shows in the stream alone. `path`
+    // may not be null.
     virtual bool write_tga(char const* path, TGAFormat format) const;
     virtual bool write_tga(FileOut& file, TGAFormat format) const;
 

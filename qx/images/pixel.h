@@ -4,7 +4,8 @@
 // nothing; copying it copies the view, never the pixels, and the pixels must outlive it.
 // Pixel (x, y) lies at data + y * stride + x * pixel_size(format), top row first. The stride is
 // independent of the width, so that a view can show a part of a larger surface; no operation
-// touches the bytes between its rows. No coordinate is checked against width or height.
+// touches the bytes between its rows. No coordinate is checked against width or height. Only a view
+// without pixels may have null data.
 //
 //     unsigned char bytes[4 * 4 * 4];
 //     PixelAccessorDescriptor whole(bytes, 4, 4, 16, PIXEL_FORMAT_A8R8G8B8);

@@ -60,7 +60,7 @@ inline void* block_of_aligned(void const* aligned) {
 QX_API extern void (*allocation_hook)(void const* block, unsigned int size);
 
 // Fills every block of custom_malloc from now on; there is no way back. The value is 0xCA unless
-// changed, and changing it does not enable filling.
+// changed, and changing it does not enable filling. Neither can fail.
 QX_API void enable_alloc_clear();
 QX_API void change_alloc_clear_val(unsigned char value);
 
@@ -140,7 +140,7 @@ struct CURRENT_MEMORY_INFO {
     unsigned long long maximum_file_cache;
 };
 
-// The machine's memory: what stays the same, and what changes.
+// The machine's memory: what stays the same, and what changes. 0 where the system does not answer.
 QX_API MEMORY_INFO const& memory_info();
 QX_API CURRENT_MEMORY_INFO current_memory_info();
 
@@ -164,7 +164,7 @@ QX_API void update_memory_report();
 
 namespace MEMORY_TRACKING {
 
-// Sets QX::allocation_hook; null turns it off.
+// Sets QX::allocation_hook; null turns it off. Cannot fail.
 QX_API void register_allocation_fn(void (*fn)(void const* block, unsigned int size));
 
 }  // namespace MEMORY_TRACKING

@@ -5,7 +5,8 @@
 
 namespace QX {
 
-// Kept by whoever runs the pool, which is not here. A plain record of 48 bytes; `{}` clears it.
+// Kept by whoever runs the pool, which is not here. A plain record of 48 bytes, without a lock;
+// `{}` clears it.
 class BASIC_STRING_POOL {
 public:
     QX_API unsigned int node_size() const;

@@ -41,7 +41,8 @@ private:
     char* end_ = nullptr;
 };
 
-// The process's own ring. Creating one while there is one loses the earlier.
+// The process's own ring. Creating one while there is one loses the earlier. No lock: made and
+// ended while no other thread asks for it.
 QX_API void create_global_transient_allocator(unsigned long long size);
 QX_API void destroy_global_transient_allocator();
 

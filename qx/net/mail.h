@@ -15,7 +15,8 @@ namespace QX {
 //
 // The message is a "Subject: " line and then `body`, as it stands: other headers come from `body`,
 // and one without headers begins with an empty line. Lines that begin with a dot are not escaped
-// and lone line feeds not mended. `to` is one address. Arguments may have any length.
+// and lone line feeds not mended. `to` is one address. Texts may have any length;
+// none may be null.
 //
 // Result:
 //

@@ -9,7 +9,8 @@
 // for `receive`. A failed operation throws a QX::String by value, such as "Socket bind failure:
 // The socket is already bound to an address." A failed construction throws a bare character
 // pointer; catch QX::String and char const*. `connect` never throws, and a call that would block
-// is no failure where that is said.
+// is no failure where that is said. No pointer may be null but
+// where it is told of.
 //
 // Threads: no locks. One socket bears two threads as far as the system does.
 //

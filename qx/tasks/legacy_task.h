@@ -13,7 +13,7 @@
 //     0xFFFFFFFE     =>  the workers     2  =>  worker 0
 //
 // What a task is waited by comes from the global transient allocator, which has to exist: so a task
-// is waited for soon after its start, before that ring has gone round.
+// is waited for soon after its start, before that ring has gone round. Threads: as the scheduler's.
 #pragma once
 
 #include "qx/base/export.h"
@@ -80,7 +80,7 @@ public:
 };
 
 // Starts `started` on a fibre. Its future is set after that, so another thread may look at it only
-// when this call has returned. Needs the scheduler and the global transient allocator.
+// when this call has returned. Needs the scheduler and the global transient allocator. Null faults.
 QX_API void execute_threadtask(threadtask* started, TaskPriority priority);
 
 // Kept for old code; nothing in the library reads it.

@@ -9,6 +9,7 @@
 //     Semaphore third(0, 1, nullptr, "done");  // without a name: never refused
 //
 // Users wait on `handle()` with the system's own wait, and post with its release of 1.
+// Threads: any may wait and post; the object dies when none does so any more.
 #pragma once
 
 #include "qx/base/export.h"

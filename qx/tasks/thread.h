@@ -4,7 +4,8 @@
 //     Thread thread;
 //     if (run_in_native_thread(work, &job, thread) != 0) wait_for_thread(thread);
 //
-// A start that fails answers 0 and leaves the Thread empty. Nothing here throws.
+// A start that fails answers 0 and leaves the Thread empty. `entry` may not be null. Nothing here
+// throws. Threads: any may start others; one Thread belongs to one of them at a time.
 #pragma once
 
 #include "qx/base/export.h"
@@ -41,7 +42,7 @@ enum class ThreadPriority : int {
     time_critical,
 };
 
-// Blocks until the thread has ended.
+// Blocks until the thread has ended; returns at once for an empty Thread.
 QX_API void wait_for_thread(Thread const& thread);
 
 // Starts `entry(argument)` and returns the thread's id once the new thread is running and has taken

@@ -59,7 +59,7 @@ public:
     ThreadPoolPlatform(ThreadPoolPlatform const&) = delete;
     ThreadPoolPlatform& operator=(ThreadPoolPlatform const&) = delete;
 
-    // Blocks while the ring is full. `argument` stays the caller's.
+    // Blocks while the ring is full. `argument` stays the caller's; `job` may not be null.
     QX_API void queue_job(Job job, void const* argument);
 
     // For tests and debuggers: what other threads change may have changed since.

@@ -16,7 +16,8 @@
 // continuation byte is read as a lead, and a four-byte lead as one of three. A sequence that the
 // terminator cuts short ends the text before it.
 //
-// Nothing here fails but by exhaustion (std::bad_alloc). Threads: no shared state.
+// Nothing here fails but by exhaustion (std::bad_alloc), and that only where a string is made. Null
+// faults. Threads: no shared state.
 #pragma once
 
 #include "qx/text/string.h"

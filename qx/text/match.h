@@ -1,5 +1,6 @@
 // match.h - replacing parts of a text, and wildcards as file names have them.
 //
+// No text may be null. Replacing throws std::bad_alloc on exhaustion, matching never fails.
 // Threads: no shared state.
 #pragma once
 

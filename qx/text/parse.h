@@ -23,6 +23,8 @@
 //
 //     String("FF")  16  =>  true, 255            String("1g") 16  =>  false, 16
 //     String("G")   16  =>  true, 16             String("9")   2  =>  true, 9
+//
+// Nothing is allocated or thrown. Threads: no shared state.
 #pragma once
 
 #include "qx/text/string.h"
