@@ -46,7 +46,12 @@ void check(auto const& rows) {
 TEST(Format, follows_its_rows) {
     String const ab("ab");
     check(Rows{
-        {both("%5d|%-5d|%05d|%-05d", 42, 42, -42, 42), "   42|42   |00-42|42000"},
+        {both("%5d|%-5d|%05d", 42, 42, 42), "   42|42   |00042"},
+        {both("%05d", -42) + both("|%-05d", 42), "00-42|42000"},
+        {both("%+d % d", 5, 5) + both("%+-5d", 5), "+5  5"},
+        {both("ab%sxy", 5) + text(String::format("%d")), "ab%d"},
+        {both("%f %.2f", 1.5f, 1.0f), "1.5 1.00"},
+        {both("%5p", reinterpret_cast<void*>(0xAB)), "00000000000000ab"},
         {both("%l%%lld%ld", 5, 6) + both("%+08.2f", 0.25f), "%56000+0.25"},
         {both("%d%d%d", short{1}, true, 3l), "113"},
         {text(String::format("%4s|%-4S|%03s|%.1s", ab, ab, ab, ab)), "  ab|ab  | ab|ab"},
@@ -136,7 +141,12 @@ TEST(UntypedFormat, follows_its_rows) {
 TEST(NumberText, has_a_form_for_each_radix) {
     check(Rows{
         {text(String::format(4294967295u)) + text(UniString::format(0u)), "42949672950"},
-        {text(String::format(0xFFFFFFFFu, 10)), "-1"},
+        {text(String::format(255u)) + text(String::format(255u, 16)), "255ff"},
+        {text(String::format(0xFFFFFFFFu, 10)) + text(String::format_signed(-5)), "-1-5"},
+        {text(String::format(5u, 2, "ab")) + text(String::format64(1ull << 40)),
+         "bab1099511627776"},
+        {text(String::format(1.005f, 2)) + text(String::format(12.0f, 0)), "1.0012."},
+        {text(UniString::format(1.5f, 3, false)) + text(UniString::format(2.0f, 3, false)), "1.52"},
         {text(String::format(35u, 36)) + text(String::format(255u, 16)), "zff"},
         // Plain literals choose between a radix and decimals.
         {text(String::format(-1, 16)) + text(String::format(1.5, 2)), "ffffffff1.50"},
