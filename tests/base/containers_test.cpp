@@ -8,6 +8,7 @@
 
 #include "qx/base/dynamic_array.h"
 #include "qx/base/standard_containers.h"
+#include "qx/text/string.h"
 #include "tests/harness/random.h"
 
 namespace {
@@ -141,6 +142,12 @@ TEST(DynamicArray, moves_elements_that_declare_it_safe) {
     array.insert(array.begin(), Mover());
     array.erase(array.begin());
     EXPECT_EQ(Mover::copies, 0);
+
+    QX::DynamicArray<QX::String> texts;
+    texts.push_back("spare");
+    texts[0].reserve(100);
+    texts.reserve(9);
+    EXPECT_EQ(texts[0].capacity(), 100u);
 }
 
 TEST(Vector, grows_to_twice_or_one) {

@@ -70,4 +70,15 @@ TEST_F(Waking, spares_a_lone_push_to_the_pushers_own_queue) {
     }
 }
 
+TEST_F(Waking, keeps_workers_up_while_tasks_wait_for_the_main_thread) {
+    fall_asleep();
+    task::Batch batch(main_thread, normal);
+    for (int i = 0; i < 2; ++i) batch.spawn(fiberless, [&] { ++ran; });
+    batch.submit();
+    Sleep(20);
+    EXPECT_EQ(asleep, 0);
+    task::run_main_thread_tasks();
+    fall_asleep();
+}
+
 }  // namespace
