@@ -26,8 +26,35 @@ PLANTED = [
     ("check_docs.py", "docs/arena.md", "\n`no_such_" "name_at_all`\n", "name_at_all"),
     ("check_docs.py", "docs/oddities.md", "\n`Arena.no_such_case`\n", "Arena.no_such_case"),
     ("check_docs.py", "README.md", "\n[gone](docs/gone.md)\n", "docs/gone.md"),
+    ("check_docs.py", "docs/oddities.md", ("`Csv.cuts_tables_as_told`", "cases"),
+     "no test pins it"),
+    ("check_docs.py", "CONTRIBUTING.md", ("`net/mail.h`", "mail"), "qx/net/mail.h"),
     ("check_views.py", "qx/files/file_name.h", ("name_", "renamed_"), "name_"),
 ]
+
+RUN = """### table
+
+| workload | contender | ns/op | first is ahead by |
+| --- | --- | --- | --- |
+| work | **QXLibs** | {} | |
+| | rival | {} | 2.00 |
+"""
+
+# ours and a rival's time behind 10 and 20, bench_diff.py's answer and the end of its report
+RUNS = [(10, 40, 0, "0 slower, 0 faster"), (5, 20, 0, "0 slower, 1 faster"),
+        (20, 20, 1, "1 slower, 0 faster"), (20, "none", 1, "1 slower, 0 faster"),
+        ("none", 20, 2, "no row in common")]
+
+
+def bench_diff_faults(folder):
+    old, new = folder / "old.md", folder / "new.md"
+    old.write_text(RUN.format(10, 20))
+    for ours, theirs, answer, expected in RUNS:
+        new.write_text(RUN.format(ours, theirs))
+        told = subprocess.run([sys.executable, folder / "scripts/bench_diff.py", old, new],
+                              capture_output=True, text=True)
+        if told.returncode != answer or expected not in told.stdout:
+            yield f"bench_diff.py takes {ours} and {theirs} behind 10 and 20 for something else"
 
 
 def copy_of_tree(folder):
@@ -55,6 +82,7 @@ def main():
             if told.returncode == 0 or expected not in told.stdout + told.stderr:
                 faults.append(f"{check} does not report the fault planted in {file}")
             path.write_text(before)
+        faults += bench_diff_faults(folder)
     print("\n".join(faults) if faults else f"checks: {len(PLANTED)} planted faults reported")
     return 1 if faults else 0
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Checks that what the documents name exists: files and links, identifiers of the code, and the
-tests that docs/oddities.md says pin an oddity."""
+"""Checks that what the documents name exists: files and links, identifiers of the code, and tests;
+that each row of docs/oddities.md names one; and that each room has its cases, in a file of its own
+name or in one that the table of CONTRIBUTING.md tells."""
 import pathlib
 import re
 import subprocess
@@ -25,6 +26,39 @@ def tests_of(code):
 def spans(text):
     """What stands between backticks, outside blocks of code."""
     return re.findall(r"`([^`\n]+)`", re.sub(r"^```.*?^```", "", text, flags=re.M | re.S))
+
+
+def rows_of(text):
+    """The cells of each row of the tables, without their heads."""
+    for row in re.findall(r"^\|(?! *(?:---|where|Room) *\|)(.*)\|$", text, flags=re.M):
+        yield [cell.strip() for cell in row.split(" | ")]
+
+
+def untested_oddities(text, tests):
+    for cells in rows_of(text):
+        if not tests.intersection(spans(cells[-1])):
+            yield f"docs/oddities.md: no test pins it: {cells[0]}: {cells[1][:60]}"
+
+
+def rooms_with_cases(text, files):
+    """The headers that stand in a row of the table beside a file that exists. A header without a
+    folder is of the folder before it."""
+    table = text[text.index("The cases of a room stand in"):]
+    for cells in rows_of(table):
+        folder = ""
+        for span in spans(cells[0]):
+            if header := re.fullmatch(r"(?:(\w+)/)?(\w+\.h)", span):
+                folder = header[1] or folder
+                if files.intersection(spans(cells[-1])):
+                    yield f"qx/{folder}/{header[2]}"
+
+
+def rooms_without_cases(text, files):
+    told = set(rooms_with_cases(text, files))
+    for file in sorted(files):
+        room = re.fullmatch(r"qx/(\w+)/(\w+)(?<!_impl)\.h", file)
+        if room and file not in told and f"tests/{room[1]}/{room[2]}_test.cpp" not in files:
+            yield f"CONTRIBUTING.md: nothing tells where the cases of {file} are"
 
 
 def main():
@@ -56,6 +90,8 @@ def main():
                 for word in re.findall(r"[A-Za-z_]\w{2,}", re.sub(r'"[^"]*"|-D', "", span)):
                     if word not in words:
                         faults.append(f"{name}: `{span}`: {word} is nowhere in the code")
+    faults += untested_oddities((root / "docs/oddities.md").read_text(), tests)
+    faults += rooms_without_cases((root / "CONTRIBUTING.md").read_text(), files)
     # Harness: a case that is excused must be there; the suites of parametrised ones have prefixes.
     suites = {test.partition(".")[0] for test in tests}
     for line in (root / "tests/harness/lasting.txt").read_text().split("\n"):
