@@ -56,14 +56,7 @@ public:
         std::fflush(stdout);
     }
 
-private:
-    static double time(std::function<void()> const& work) {
-        auto const start = std::chrono::steady_clock::now();
-        work();
-        auto const end = std::chrono::steady_clock::now();
-        return std::chrono::duration<double, std::nano>(end - start).count();
-    }
-
+    // A contender's line: `first` are the times of the row's first one, round by round.
     static void print(
         char const* row, std::string const& name, std::vector<double> const& first,
         std::vector<double> const& own, bool is_first) {
@@ -77,6 +70,14 @@ private:
         std::printf(
             "| | %s | %.4g | %.2f [%.2f..%.2f] |\n", name.c_str(), median(own), median(ratios),
             *low, *high);
+    }
+
+private:
+    static double time(std::function<void()> const& work) {
+        auto const start = std::chrono::steady_clock::now();
+        work();
+        auto const end = std::chrono::steady_clock::now();
+        return std::chrono::duration<double, std::nano>(end - start).count();
     }
 
     int rounds_ = 11;

@@ -227,7 +227,7 @@ void print_wakes() {
     ConditionWaiter condition;
     QX::Event alone(true, false);
     std::pair<char const*, Wake> const ways[] = {
-        {"**QXLibs**", wake_a_worker},
+        {"QXLibs", wake_a_worker},
         {"thread on a condition variable",
          [&](std::atomic<bool>& awake) { condition.tell(&awake); }},
         {"thread on an event",
@@ -241,15 +241,15 @@ void print_wakes() {
          }}};
     constexpr int count = std::size(ways);
     std::vector<double> times[count];
-    for (int round = 0; round < 200; ++round) {
-        for (int i = 0; i < count; ++i) times[i].push_back(time_wake(ways[i].second));
+    for (int round = 0; round < 11; ++round) {
+        std::vector<double> wakes[count];
+        for (int wake = 0; wake < 20; ++wake) {
+            for (int i = 0; i < count; ++i) wakes[i].push_back(time_wake(ways[i].second));
+        }
+        for (int i = 0; i < count; ++i) times[i].push_back(bench::median(wakes[i]));
     }
-    double const ours = bench::median(times[0]);
-    std::printf("| wake a sleeping worker | %s | %.4g | |\n", ways[0].first, ours);
-    for (int i = 1; i < count; ++i) {
-        double const theirs = bench::median(times[i]);
-        std::printf("| | %s | %.4g | %.2f |\n", ways[i].first, theirs, theirs / ours);
-    }
+    for (int i = 0; i < count; ++i)
+        bench::Table::print("wake a sleeping worker", ways[i].first, times[0], times[i], i == 0);
 }
 
 void ask_for_id() {
