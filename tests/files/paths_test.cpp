@@ -625,7 +625,8 @@ TEST_F(FileClass, the_registry_value_names_the_base) {
 TEST_F(FileClass, names_get_the_extension_that_they_lack) {
     std::wstring const saves = below_profile(L"\\save_games\\");
     wchar_t const* const rows[][2] = {
-        {L".save", L".save"}, {L"save", L"save.save"}, {L"a%s.SAVE", L"a%s.SAVE.save"}};
+        {L".save", L".save"}, {L"save", L"save.save"}, {L"a%s.SAVE", L"a%s.SAVE.save"},
+        {L"a", L"a.save"},    {L"a.save", L"a.save"},  {L"a.SAVE", L"a.SAVE.save"}};
     for (auto const& [name, full] : rows) {
         EXPECT_EQ(text_of(classes::create_file_name(QX::OWC_SAVE_GAME, name)), saves + full);
         UniString const same = name;
@@ -644,7 +645,16 @@ TEST_F(FileClass, the_full_folder_is_kept_once_asked_for) {
     EXPECT_EQ(classes::owc_details(QX::OWC_CHAT).first, first);
     EXPECT_EQ(maps(), L"");
     EXPECT_EQ(text_of(classes::create_file_name(QX::OWC_SAVE_GAME, L"a")), L"a.save");
+
+    static int searches;
+    searches = 0;
+    test::StandIn const search(
+        "FindFirstFileW", +[](wchar_t const*, WIN32_FIND_DATAW*) {
+            ++searches;
+            return INVALID_HANDLE_VALUE;
+        });
     classes::nuke_directory(QX::OWC_SAVE_GAME);
+    EXPECT_TRUE(search.found() && searches == 0);
 }
 
 TEST_F(FileClass, a_folder_of_256_characters_is_used_but_not_kept) {
