@@ -17,7 +17,8 @@
 //
 // Texts in a tree are decoded UTF-8. Trees of any depth that memory bears are parsed, copied,
 // compared, sorted, written and destroyed without recursion. Exhaustion passes std::bad_alloc
-// through; trees built in part stay valid. A tree has no locks; separate trees are independent.
+// through; trees built in part stay valid. No buffer may be null. A tree has no locks; separate
+// trees are independent.
 #pragma once
 
 #include "qx/base/dynamic_array.h"

@@ -88,8 +88,8 @@ private:
 };
 #pragma pack(pop)
 
-// A process-wide lock offered to the application; the arena does not take it. Built on the first
-// call, which must come before threads race for it, with a spin count of 10000; gone at exit.
+// A process-wide lock offered to the application; the arena does not take it. Built by the first
+// call, whichever thread makes it, with a spin count of 10000; gone at exit.
 QX_API CriticalSectionDeclaration& heap_cs();
 
 }  // namespace QX
