@@ -7,7 +7,8 @@
 //
 // QXFileChangeWatcher has empty operations: nothing can subscribe, and changes go to nobody.
 //
-// Failure: silent. A folder that can't be opened is not watched, then or later. Threads:
+// Failure: silent. A folder that can't be opened, or that there is no memory for, is not watched,
+// then or later; a watch that has no memory to tell of a change ends. Threads:
 // `register_thread_callbacks` and the making of search paths belong to the start-up thread.
 #pragma once
 
@@ -18,7 +19,8 @@ namespace QX {
 
 class FileChangeNotification {
 public:
-    // Each watching thread calls `start` first; a null `start` is not called. `end` is kept and
+    // Each watching thread calls `start` first; a null `start` is not called, but counts.
+    // `end` is kept and
     // never called. Starts the watches that have waited for this.
     QX_API static void register_thread_callbacks(void (*start)(void), void (*end)(void));
 

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <memory>
+#include <new>
 
 #include "qx/base/dynamic_array.h"
 #include "qx/base/windows.h"
@@ -17,9 +19,13 @@ constexpr DWORD change_filter =
 
 using ThreadCallback = void (*)(void);
 
+struct CloseFolder {
+    void operator()(HANDLE folder) const { CloseHandle(folder); }
+};
+
 // What a thread is started with, and frees.
 struct WatchRequest {
-    HANDLE folder;
+    std::unique_ptr<void, CloseFolder> folder;
     String path;
 };
 
@@ -28,7 +34,7 @@ struct Subscriber {
     void* user;
 };
 
-// Read by the threads as they start.
+// Never null once a pair is registered. Read by the threads as they start.
 std::atomic<ThreadCallback> start_callback = nullptr;
 ThreadCallback end_callback = nullptr;
 
@@ -76,48 +82,54 @@ DWORD watch_folder(HANDLE folder, UniString const& path) {
     }
 }
 
-// The folder's handle stays open when the thread ends.
+// The folder's handle stays open when its watch ends. Where memory fails the thread ends as well.
 DWORD WINAPI run_thread(void* argument) {
-    if (ThreadCallback const start = start_callback) start();
-    auto const request = static_cast<WatchRequest*>(argument);
-    UniString const path = must_fix_string_widen(request->path);
-    HANDLE const folder = request->folder;
-    delete request;
-    return watch_folder(folder, path);
+    std::unique_ptr<WatchRequest> request(static_cast<WatchRequest*>(argument));
+    try {
+        start_callback.load()();
+        UniString const path = must_fix_string_widen(request->path);
+        HANDLE const folder = request->folder.release();
+        request.reset();
+        return watch_folder(folder, path);
+    } catch (std::bad_alloc const&) {
+        return 1;
+    }
 }
 
 void start_watch(String const& path) {
     // Both are made before threads can race for them.
     subscribers_lock();
     subscribers();
+    auto request = std::make_unique<WatchRequest>(nullptr, path);
+    threads().reserve(threads().size() + 1);
     HANDLE const folder = CreateFileA(
         path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
         FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (folder == INVALID_HANDLE_VALUE) return;
-    auto const request = new WatchRequest{folder, path};
-    HANDLE const thread = CreateThread(nullptr, thread_stack_size, run_thread, request, 0, nullptr);
-    if (thread) {
-        threads().push_back(thread);
-    } else {
-        delete request;
-        CloseHandle(folder);
-    }
+    request->folder.reset(folder);
+    HANDLE const thread =
+        CreateThread(nullptr, thread_stack_size, run_thread, request.get(), 0, nullptr);
+    if (!thread) return;
+    request.release();
+    threads().push_back(thread);
 }
 
 }  // namespace
 
 void FileChangeNotification::monitor(String const& path) {
-    if (start_callback.load()) {
-        start_watch(path);
-    } else {
-        pending_paths().push_back(path);
-    }
+    try {
+        if (start_callback.load()) {
+            start_watch(path);
+        } else {
+            pending_paths().push_back(path);
+        }
+    } catch (std::bad_alloc const&) {}
 }
 
 void FileChangeNotification::register_thread_callbacks(void (*start)(void), void (*end)(void)) {
-    start_callback = start;
+    start_callback = start ? start : [] {};
     end_callback = end;
-    for (String const& path : pending_paths()) start_watch(path);
+    for (String const& path : pending_paths()) monitor(path);
     pending_paths().clear();
 }
 
