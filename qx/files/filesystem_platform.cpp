@@ -188,21 +188,18 @@ bool rename(char const* from, char const* to) {
 }
 
 bool deldir(char const* path) {
-    return (_rmdir(path) & ~2) == 0;
+    return _rmdir(path) == 0;
 }
 
 bool delall(char const* path, bool delete_self) {
     bool all = true;
-    _finddata64i32_t found = {};
-    intptr_t const search = _findfirst64i32((with_separator(String(path)) + '*').c_str(), &found);
-    for (bool more = search != -1; more; more = _findnext64i32(search, &found) == 0) {
-        if (is_self_or_parent(found.name)) continue;
-        String const child = String(path) + '\\' + found.name;
-        bool const gone =
-            found.attrib & _A_SUBDIR ? delall(child.c_str(), true) : remove(child.c_str());
+    for_each<Narrow>(with_separator(String(path)) + '*', [&](auto const& found) {
+        if (is_self_or_parent(found.cFileName)) return;
+        String const child = String(path) + '\\' + found.cFileName;
+        bool const is_folder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
+        bool const gone = is_folder ? delall(child.c_str(), true) : remove(child.c_str());
         all = all && gone;
-    }
-    if (search != -1) _findclose(search);
+    });
     if (!delete_self) return all;
     return _rmdir(path) == 0 && all;
 }
