@@ -22,7 +22,7 @@ public:
     using Callback = void (*)(AsyncIn& in, void* user);
 
     AsyncIn() = default;
-    explicit AsyncIn(char const* name) { open(name); }
+    explicit AsyncIn(char const* name) : AsyncIn() { open(name); }
     AsyncIn(AsyncIn const&) = default;
     // Copies all fields; a read in flight stays with the object that issued it.
     AsyncIn& operator=(AsyncIn const&) = default;

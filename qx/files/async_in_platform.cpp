@@ -80,8 +80,10 @@ bool AsyncIn::open(char const* name) {
     bool const opened = handle_ != INVALID_HANDLE_VALUE;
     // The wrong way round, and relied on: only the result tells of a failure.
     error_ = opened ? GetLastError() : 0;
-    if (opened && async_open_hook) call_open_hook(async_open_hook, name, async_open_user);
-    return opened;
+    if (!opened || !async_open_hook) return opened;
+    if (call_open_hook(async_open_hook, name, async_open_user)) return true;
+    close();
+    return false;
 }
 
 bool AsyncIn::close() {

@@ -1,8 +1,9 @@
 // file_streams.h - plain streams on disk files: FileIn, FileOut, EndianOut, and FileInf.
 //
-// Small value classes without virtual operations. Nothing raises: a failure is a false, a short
-// count or an all-ones value, and the stream keeps the raw error number for `status()`. Almost
-// every operation overwrites that number, `size` and `tell` included.
+// Small value classes without virtual operations. Nothing raises, but for an open hook and the
+// memory of a String that is read: a failure is a false, a short count or an all-ones value, and
+// the stream keeps the raw error number for `status()`. Almost every operation overwrites that
+// number, `size` and `tell` included.
 //
 //     after                            error     status()
 //     FileIn()                      =>  6         FILE_NOT_FOUND
@@ -25,7 +26,9 @@ struct _iobuf;
 namespace QX {
 
 // Called with the wide name after a file was opened. A narrow name is widened byte by byte, each
-// zero-extended. One pair a class, process-wide, no lock: set it before files are opened.
+// zero-extended; without memory for that the open fails with an 8. What a hook throws passes
+// through the open, and the file stays open. One pair a class, process-wide, no lock: set it before
+// files are opened.
 using FileOpenHook = void (*)(wchar_t const* name, void* user);
 
 // Opens a file as FileIn does and hands out the raw handle: -1 on failure, with the reason in the
@@ -38,7 +41,7 @@ QX_API void* open_file(wchar_t const* name, bool no_buffering);
 class FileIn {
 public:
     FileIn() = default;
-    FileIn(char const* name, bool no_buffering) { open(name, no_buffering); }
+    FileIn(char const* name, bool no_buffering) : FileIn() { open(name, no_buffering); }
     FileIn(FileIn const&) = default;
     FileIn& operator=(FileIn const&) = default;
     // Closes if open and leaves 6 as the error.

@@ -4,9 +4,8 @@
 #include "qx/base/windows.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
-
-#include "qx/memory/heap.h"
 
 namespace QX {
 
@@ -39,13 +38,16 @@ void* open_file(wchar_t const* name, bool no_buffering) {
     return CreateFileW(name, GENERIC_READ, share_all, nullptr, OPEN_EXISTING, flags, nullptr);
 }
 
-void call_open_hook(FileOpenHook hook, char const* name, void* user) {
-    std::size_t const length = std::strlen(name);
-    auto const wide =
-        static_cast<wchar_t*>(custom_malloc((length + 1) * sizeof(wchar_t), HEAP_GENERAL));
-    for (std::size_t i = 0; i <= length; ++i) wide[i] = static_cast<unsigned char>(name[i]);
-    hook(wide, user);
-    custom_free(wide);
+bool call_open_hook(FileOpenHook hook, char const* name, void* user) {
+    UniString wide;
+    try {
+        wide.resize(static_cast<unsigned int>(std::strlen(name)));
+    } catch (std::bad_alloc const&) {
+        return false;
+    }
+    for (unsigned int i = 0; i < wide.length(); ++i) wide[i] = static_cast<unsigned char>(name[i]);
+    hook(wide.c_str(), user);
+    return true;
 }
 
 unsigned long long handle_size(void* handle, unsigned int& error) {
@@ -75,8 +77,10 @@ bool FileIn::finish_open(void* handle) {
 bool FileIn::open(char const* name, bool no_buffering) {
     close();
     if (!finish_open(open_file(name, no_buffering))) return false;
-    if (in_open_hook) call_open_hook(in_open_hook, name, in_open_user);
-    return true;
+    if (!in_open_hook || call_open_hook(in_open_hook, name, in_open_user)) return true;
+    close();
+    error_ = ERROR_NOT_ENOUGH_MEMORY;
+    return false;
 }
 
 bool FileIn::open(wchar_t const* name, bool no_buffering) {
