@@ -5,6 +5,7 @@
 #include <string>
 
 #include "qx/memory/heap.h"
+#include "tests/harness/failing_call.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
 
@@ -75,6 +76,15 @@ TEST(Csv, takes_the_size_of_the_text_and_a_terminator_only_for_a_line_without_en
         QX::allocation_hook = nullptr;
         EXPECT_EQ(taken, size) << text;
     }
+}
+
+TEST(Csv, takes_all_that_it_needs_or_nothing) {
+    auto const read = [] {
+        QX::CSV_FILE file("a\tb\r\n", 5, fallback);
+        QX::CSV_LINE line(file, 8);
+        return line.readln() && QX::CSV_LINE(line).get_temp_string(8) == std::string();
+    };
+    test::walk_failures("table", read, {});
 }
 
 // The rules taken byte by byte, as they are told.

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "tests/harness/failing_call.h"
+
 namespace {
 
 using QX::REGISTRY_SECTION;
@@ -71,6 +73,15 @@ TEST_F(RegistrySection, without_a_key_everything_fails_and_narrow_text_alone_is_
     EXPECT_FALSE(none.write_string(String("s"), String("text")));
     EXPECT_FALSE(none.read_string(String("s"), text));
     EXPECT_STREQ(text.c_str(), "");
+}
+
+TEST_F(RegistrySection, bears_memory_and_system_calls_that_fail) {
+    auto const exchange = [&] {
+        UniString value;
+        return section_.write_string(String("name"), String("\xC3\xA4z")) &&
+               section_.read_string(String("name"), value) && value == UniString(L"\u00E4z");
+    };
+    test::walk_failures("texts", exchange, {{"RegSetValueExW", 5}, {"RegQueryValueExW", 5}});
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "tests/harness/failing_allocation.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/random.h"
+#include "tests/harness/stand_in.h"
 
 namespace {
 
@@ -140,6 +141,15 @@ TEST(XmlParser, running_out_of_memory_anywhere_leaves_a_sound_tree) {
         attempt([&] { tree.parse_std_xml(text); });
     };
     test::walk_allocations({{"parse", parse}});
+}
+
+// All texts of a tag are made together: the small ones must go again.
+TEST(XmlParser, a_text_that_the_system_has_no_room_for_leaves_nothing_of_its_tag) {
+    std::string text = "<a b='c' d='" + std::string(1 << 26, 'x') + "'/>";
+    QX::XML tree;
+    test::StandIn const system(
+        "VirtualAlloc", +[]() -> void* { return nullptr; });
+    EXPECT_THROW(tree.parse_std_xml(text.data()), std::bad_alloc);
 }
 
 TEST(XmlParser, files_are_read_whole_and_marked_wide_text_is_narrowed) {

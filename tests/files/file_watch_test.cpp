@@ -8,8 +8,10 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "qx/files/search_paths.h"
+#include "tests/harness/failing_call.h"
 #include "tests/harness/stand_in.h"
 #include "tests/harness/temp_folder.h"
 
@@ -30,6 +32,7 @@ std::atomic<bool> is_overflowing;
 std::mutex guard;
 std::string notified;  // what subscribers got, each with a '|' behind it
 void* real_changes;
+HANDLE changed;
 
 BOOL WINAPI changes(
     HANDLE folder, LPVOID buffer, DWORD size, BOOL subtree, DWORD filter, LPDWORD bytes,
@@ -102,6 +105,8 @@ TEST_F(FileWatch, a_missing_folder_is_not_watched_and_not_retried) {
     monitor(folder_.path());
     FileChangeNotification::register_thread_callbacks(nullptr, nullptr);  // is not called
     EXPECT_TRUE(comes_true([] { return waits == 1; }));
+    monitor(folder_.path());
+    EXPECT_TRUE(comes_true([] { return waits == 2; }));
 }
 
 // An overflow is one change without a name.
@@ -120,6 +125,36 @@ TEST_F(FileWatch, notices_changes_in_the_whole_tree_and_tells_no_public_subscrib
     EXPECT_TRUE(notices("sub\\deep"));
     QX::QXFileChangeWatcher::process_file_change_notifications();
     QX::QXFileChangeWatcher::cleanup();
+}
+
+HANDLE run_at_once(void*, SIZE_T, LPTHREAD_START_ROUTINE start, LPVOID argument, DWORD, LPDWORD) {
+    EXPECT_NO_THROW(start(argument));
+    return GetCurrentThread();
+}
+
+// One change; then the system refuses to go on.
+BOOL change_once(HANDLE folder, LPVOID buffer) {
+    if (std::exchange(changed, folder) == folder) return FALSE;
+    *static_cast<FILE_NOTIFY_INFORMATION*>(buffer) = {0, FILE_ACTION_ADDED, 2, {L'x'}};
+    return TRUE;
+}
+
+TEST_F(FileWatch, is_silent_where_memory_or_the_system_fails) {
+    test::StandIn const thread("CreateThread", run_at_once);
+    test::StandIn const change("ReadDirectoryChangesW", change_once);
+    static unsigned int told;
+    FileChangeNotification::register_thread_callbacks(nullptr, nullptr);
+    FileChangeNotification::subscribe([](UniString const&, void*) { ++told; }, nullptr);
+    QX::SearchPathCollection paths("");
+    QX::String const path = folder_.path().c_str();
+    auto const watch = [&] {
+        told = 0;
+        changed = nullptr;
+        EXPECT_NO_THROW(paths.monitor(path));
+        if (changed) CloseHandle(changed);  // stays open by itself
+        return told == 1;
+    };
+    test::walk_failures("watch", watch, {{"CreateFileA", -1}, {"CreateThread"}});
 }
 
 }  // namespace

@@ -12,7 +12,6 @@
 
 #include "qx/files/pack_index.h"
 #include "tests/files/late_completion.h"
-#include "tests/harness/failing_allocation.h"
 #include "tests/harness/guarded.h"
 #include "tests/harness/pack_builder.h"
 #include "tests/harness/random.h"
@@ -216,17 +215,6 @@ TYPED_TEST(BothPacks, bear_every_cut_and_every_change_of_one_byte_in_the_index) 
     }
     EXPECT_GT(opened, 21u);   // most changes of names
     EXPECT_LT(opened, 146u);  // few of numbers
-}
-
-TYPED_TEST(BothPacks, come_out_closed_when_memory_runs_out) {
-    char const* const path = this->write(three_files(9));
-    bool opened = false;
-    for (unsigned int nth = 1; !opened; ++nth) {
-        TypeParam pack;
-        test::FailingAllocation const failing(nth);
-        opened = pack.open(path, 9);
-        ASSERT_TRUE(opened != failing.fired() && opened == (pack.table() != nullptr));
-    }
 }
 
 TEST_F(AsyncPackFile, opens_wide_names_and_the_mapped_pack_refuses_them) {

@@ -25,6 +25,7 @@ void warm_up() {
     std::thread([] {}).join();
     CloseHandle(CreateSemaphoreA(nullptr, 0, 1, "qxlibs test warm up"));
     OutputDebugStringA("");
+    SCOPED_TRACE("warm up");
 }
 
 }  // namespace
