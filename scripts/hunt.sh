@@ -18,7 +18,8 @@ rm -f "$log"/*.found "$log"/*.runs
 scripts/setup.sh
 . scripts/wine_session.sh
 # The address-checking build wants Wine's heap where it always is.
-if setarch -R true 2>/dev/null; then wine="setarch -R $wine"; fi
+steady_wine=$wine
+if setarch -R true 2>/dev/null; then steady_wine="setarch -R $wine"; fi
 
 for preset in $builds; do
   echo "hunt: building $preset"
@@ -53,7 +54,7 @@ fuzz_lane() {
         [ $SECONDS -lt $ends ] || return 0
         target=build/$preset/bin/$(basename "$source" .cpp).exe
         ran fuzz
-        timeout 900 $wine "$target" 100000 "$seed" >"$log/fuzz.log" 2>&1 && continue
+        timeout 900 $steady_wine "$target" 100000 "$seed" >"$log/fuzz.log" 2>&1 && continue
         tail -n 20 "$log/fuzz.log"
         found fuzz "$target 100000 $seed"
         return 1
@@ -75,8 +76,8 @@ models_lane() {
       tests models "$preset" "$seed" -R 'andom|odel|ny_bytes|hatever' || return 1
       [ $SECONDS -lt $ends ] || return 0
       ran models
-      QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 timeout 240 $wine "build/$preset/bin/tasks_test.exe" \
-        --gtest_filter='SchedulerSoak.*' >"$log/soak.log" 2>&1 && continue
+      QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 timeout 240 \
+        $steady_wine "build/$preset/bin/tasks_test.exe" --gtest_filter='SchedulerSoak.*' >"$log/soak.log" 2>&1 && continue
       tail -n 20 "$log/soak.log"
       found models "QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 build/$preset/bin/tasks_test.exe" \
         "--gtest_filter=SchedulerSoak.*"
