@@ -77,7 +77,8 @@ models_lane() {
       [ $SECONDS -lt $ends ] || return 0
       ran models
       QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 timeout 240 \
-        $steady_wine "build/$preset/bin/tasks_test.exe" --gtest_filter='SchedulerSoak.*' >"$log/soak.log" 2>&1 && continue
+        $steady_wine "build/$preset/bin/tasks_test.exe" --gtest_filter='SchedulerSoak.*' \
+        >"$log/soak.log" 2>&1 && continue
       tail -n 20 "$log/soak.log"
       found models "QX_TEST_SEED=$seed QX_SOAK_SECONDS=60 build/$preset/bin/tasks_test.exe" \
         "--gtest_filter=SchedulerSoak.*"
