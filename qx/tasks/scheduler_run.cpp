@@ -270,6 +270,7 @@ void work(Scheduler& in) {
             idle_looks = 0;
         } else if (++idle_looks < looks_before_sleep) {
             give_spares();
+            if (idle_looks == 1) give_way();  // to the waker, whose processor this may be
             for (unsigned int i = 0; i < pauses_between_looks; ++i) __builtin_ia32_pause();
         } else {
             sleep_if_idle(in);
