@@ -132,6 +132,27 @@ private:
     HANDLE handle_;
 };
 
+// The C library's search, which closes itself too.
+class LibrarySearch {
+public:
+    explicit LibrarySearch(String const& pattern)
+        : handle_(_findfirst64i32(pattern.c_str(), &found)) {}
+    ~LibrarySearch() {
+        if (is_open()) _findclose(handle_);
+    }
+
+    LibrarySearch(LibrarySearch const&) = delete;
+    LibrarySearch& operator=(LibrarySearch const&) = delete;
+
+    bool is_open() const { return handle_ != -1; }
+    bool next() { return _findnext64i32(handle_, &found) == 0; }
+
+    _finddata64i32_t found = {};
+
+private:
+    intptr_t handle_;
+};
+
 template <typename Width, typename Visit>
 void for_each(typename Width::Text const& pattern, Visit const& visit) {
     Search<Width> search(pattern);
@@ -187,19 +208,23 @@ bool rename(char const* from, char const* to) {
     return std::rename(from, to) == 0;
 }
 
+// Kept: a result of 2 would be a success too.
 bool deldir(char const* path) {
-    return _rmdir(path) == 0;
+    return (_rmdir(path) & ~2) == 0;
 }
 
 bool delall(char const* path, bool delete_self) {
     bool all = true;
-    for_each<Narrow>(with_separator(String(path)) + '*', [&](auto const& found) {
-        if (is_self_or_parent(found.cFileName)) return;
-        String const child = String(path) + '\\' + found.cFileName;
-        bool const is_folder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-        bool const gone = is_folder ? delall(child.c_str(), true) : remove(child.c_str());
-        all = all && gone;
-    });
+    {
+        LibrarySearch search(with_separator(String(path)) + '*');
+        for (bool more = search.is_open(); more; more = search.next()) {
+            if (is_self_or_parent(search.found.name)) continue;
+            String const child = String(path) + '\\' + search.found.name;
+            bool const is_folder = search.found.attrib & _A_SUBDIR;
+            bool const gone = is_folder ? delall(child.c_str(), true) : remove(child.c_str());
+            all = all && gone;
+        }
+    }
     if (!delete_self) return all;
     return _rmdir(path) == 0 && all;
 }

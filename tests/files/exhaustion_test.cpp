@@ -19,8 +19,9 @@ constexpr test::SystemCall open = {"CreateFileA", -1}, close = {"CloseHandle", 0
                            read = {"ReadFile"}, size = {"GetFileSizeEx"},
                            seek = {"SetFilePointerEx"}, begin_read = {"ReadFileEx"},
                            map = {"CreateFileMappingW"}, c_open = {"fopen"}, c_write = {"fwrite"},
-                           c_close = {"fclose", -1, true}, find = {"FindFirstFileA", -1},
-                           remove_file = {"remove", -1}, remove_folder = {"_rmdir", -1};
+                           c_close = {"fclose", -1, true}, c_find = {"_findfirst64", -1},
+                           find = {"FindFirstFileA", -1}, remove_file = {"remove", -1},
+                           remove_folder = {"_rmdir", -1};
 
 class Exhaustion : public testing::Test {
 protected:
@@ -101,7 +102,7 @@ TEST_F(Exhaustion, of_folders_is_told_and_closes_every_search) {
         bool const made = make();
         return made && fs::delall(tree.c_str(), true);
     };
-    test::walk_failures("delall", remove, {find, remove_file, remove_folder});
+    test::walk_failures("delall", remove, {c_find, remove_file, remove_folder});
     ASSERT_TRUE(make());
     auto const list = [](auto path, auto pattern) {
         int found = 0;
