@@ -151,12 +151,12 @@ void merge(
         if (!reader.read_entry(entry)) return;
     } while (entry.name != image_base);
 
-    auto const base = static_cast<long long>(entry.address);
+    unsigned long long const base = entry.address;
     std::string previous = entry.name;
     while (next != end && reader.read_entry(entry)) {
         if (is_label(entry.name, prefixes)) continue;
         // Signed: what stands below the base, such as the line of the entry point, ends nothing.
-        if (static_cast<long long>(*next) < static_cast<long long>(entry.address) - base)
+        if (static_cast<long long>(*next) < static_cast<long long>(entry.address - base))
             names.emplace(*next++, previous);
         previous.swap(entry.name);
     }

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <cstddef>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -61,8 +63,12 @@ CriticalSectionDeclaration& subscribers_lock() {
 void tell_subscribers(UniString const& path, char const* changes) {
     OptionalCriticalSection const hold(subscribers_lock(), true);
     for (;;) {
-        auto const& change = *reinterpret_cast<FILE_NOTIFY_INFORMATION const*>(changes);
-        UniString const name = path + UniString(change.FileName, change.FileNameLength / 2);
+        // Wine sets the records at any even place.
+        constexpr std::size_t head = offsetof(FILE_NOTIFY_INFORMATION, FileName);
+        FILE_NOTIFY_INFORMATION change;
+        std::memcpy(&change, changes, head);
+        auto const* const text = reinterpret_cast<wchar_t const*>(changes + head);
+        UniString const name = path + UniString(text, change.FileNameLength / 2);
         for (Subscriber const& subscriber : subscribers()) subscriber.fn(name, subscriber.user);
         if (change.NextEntryOffset == 0) return;
         changes += change.NextEntryOffset;

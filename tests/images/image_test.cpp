@@ -45,7 +45,9 @@ void expect_image(PixelFormat format, unsigned int tracked) {
         ImageType<PIXEL, ALLOCATOR> image;
         image.resize(7, 3);
         EXPECT_TRUE(image.format() == format && seen.second == 21 * pixel_size(format) + 12);
-        EXPECT_EQ(reinterpret_cast<void**>(image.data())[-1], seen.first);
+        void* block;  // its address stands before the pixels, at any multiple of 4
+        std::memcpy(&block, reinterpret_cast<char const*>(image.data()) - 8, 8);
+        EXPECT_EQ(block, seen.first);
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(image.data()) % 4, 0u);
         auto const* const pixels = image.data();
         image.resize(1, 1);

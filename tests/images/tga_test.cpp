@@ -22,7 +22,7 @@ struct PlainStream {
     // What is left, if that is less.
     void read(void* to, std::size_t size) {
         std::size_t const now = std::min(size, bytes.size() - position);
-        std::memcpy(to, bytes.data() + position, now);
+        if (now != 0) std::memcpy(to, bytes.data() + position, now);
         position += now;
         if (now < size) error = FILE_END_OF_FILE;
     }
