@@ -12,7 +12,7 @@ import sys
 FLOORS = [
     ["base/export", "base/compiler > base/block_scan", "base/windows", "base/rectangle",
      "base/hash"],
-    ["memory/arena", "memory/report", "tasks/atomic", "tasks/mutex",
+    ["memory/arena", "memory/free_list", "memory/report", "tasks/atomic", "tasks/mutex",
      "tasks/guard"],
     ["memory/batches > memory/heap > memory/global_new memory/lua_alloc > memory/client_new"],
     ["memory/allocators > base/array_body > base/dynamic_array base/standard_containers",

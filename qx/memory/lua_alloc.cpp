@@ -1,9 +1,13 @@
 #include "qx/memory/lua_alloc.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
+#include "qx/base/compiler.h"
 #include "qx/memory/arena_impl.h"
+#include "qx/memory/free_list_impl.h"
 #include "qx/memory/heap.h"
 
 namespace QX {
@@ -16,13 +20,12 @@ constexpr Bytes pooled_limit = 80;
 constexpr Bytes class_step = 8;  // all limits are multiples of it
 constexpr Bytes word = 4;        // copies are made in whole words
 
-struct FreeBlock {
-    FreeBlock* next;
-};
-
+// blocks of a slab   slab, slab + stride ... slab + (count - 1) stride; the word behind them names
+//                    the slab before
+// of all blocks      each is either handed out or once in the list that begins at `free`
 struct LuaPool {
-    FreeBlock* free = nullptr;
-    void* slabs = nullptr;  // the newest; the last word of each names the one before
+    void* free = nullptr;
+    char* slabs = nullptr;  // the newest
     Bytes stride;
     Bytes count;  // blocks a slab
 };
@@ -47,38 +50,55 @@ unsigned int pool_index(Bytes size) {
     return pool_of_step[(size + class_step - 1) / class_step];
 }
 
-// Links the blocks in ascending order and returns the first.
-FreeBlock* link_blocks(char* slab, Bytes stride, Bytes count) {
-    char* const last = slab + (count - 1) * stride;
-    for (char* block = slab; block != last; block += stride) {
-        reinterpret_cast<FreeBlock*>(block)->next = reinterpret_cast<FreeBlock*>(block + stride);
+char*& slab_before(LuaPool const& pool, char* slab) {
+    return *reinterpret_cast<char**>(slab + pool.stride * pool.count);
+}
+
+bool owns(LuaPool const& pool, void const* place) {
+    for (char* slab = pool.slabs; slab; slab = slab_before(pool, slab)) {
+        if (begins_block(place, slab, pool.stride, pool.count)) return true;
     }
-    reinterpret_cast<FreeBlock*>(last)->next = nullptr;
-    return reinterpret_cast<FreeBlock*>(slab);
+    return false;
+}
+
+bool is_sound(LuaPool const& pool) {
+    Bytes blocks = 0;
+    for (char* slab = pool.slabs; slab; slab = slab_before(pool, slab)) blocks += pool.count;
+    return free_list_is_sound(
+        pool.free, pool.stride, blocks, [&](void const* block) { return owns(pool, block); });
+}
+
+// Links the blocks in ascending order.
+void link_blocks(char* slab, Bytes stride, Bytes count) {
+    char* const last = slab + (count - 1) * stride;
+    for (char* block = slab; block != last; block += stride)
+        link_free(block, stride, block + stride);
+    link_free(last, stride, nullptr);
 }
 
 bool add_slab(LuaPool& pool) {
     Bytes const size = pool.stride * pool.count;
     char* const slab = static_cast<char*>(std::malloc(size + sizeof(void*)));
     if (!slab) return false;
-    *reinterpret_cast<void**>(slab + size) = pool.slabs;
-    pool.slabs = slab;
-    pool.free = link_blocks(slab, pool.stride, pool.count);
+    slab_before(pool, slab) = pool.slabs;
+    link_blocks(slab, pool.stride, pool.count);
+    pool.free = pool.slabs = slab;
     return true;
 }
 
 void* pop(LuaPool& pool) {
     if (!pool.free && !add_slab(pool)) return nullptr;
-    FreeBlock* const block = pool.free;
-    pool.free = block->next;
+    void* const block = pool.free;
+    QX_CHECK(is_untouched(block, pool.stride));
+    pool.free = next_free(block);
     return block;
 }
 
 void push(Bytes size, void* block) {
     LuaPool& pool = lua_pools[pool_index(size)];
-    FreeBlock* const freed = static_cast<FreeBlock*>(block);
-    freed->next = pool.free;
-    pool.free = freed;
+    QX_CHECK(owns(pool, block));
+    link_free(block, pool.stride, pool.free);
+    pool.free = block;
 }
 
 void* allocate(Bytes size) {
@@ -131,6 +151,10 @@ void* lua_alloc(void*, void* ptr, unsigned long long osize, unsigned long long n
         return nullptr;
     }
     return ptr ? resize(ptr, osize, nsize) : allocate(nsize);
+}
+
+bool validate_lua_pools() {
+    return std::all_of(std::begin(lua_pools), std::end(lua_pools), is_sound);
 }
 
 void set_gc_finaliser_callback(void (*callback)()) {

@@ -31,6 +31,10 @@ namespace QX {
 // exhausted.
 QX_API void* lua_alloc(void* ud, void* ptr, unsigned long long osize, unsigned long long nsize);
 
+// False if a pool's list of released blocks holds anything but blocks of that pool, each once. The
+// library built with QX_CHECKS fills them with 0xDD, and tells here if one was written to since.
+QX_API bool validate_lua_pools();
+
 // A callback for the host of the Lua state, stored and invoked (if there is one) on its behalf. The
 // library itself never invokes it.
 QX_API void set_gc_finaliser_callback(void (*callback)());

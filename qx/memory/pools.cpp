@@ -1,9 +1,10 @@
 #include "qx/memory/pools.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <new>
 
+#include "qx/base/compiler.h"
+#include "qx/memory/free_list_impl.h"
 #include "qx/memory/heap.h"
 
 namespace QX {
@@ -12,17 +13,14 @@ namespace {
 
 constexpr unsigned int pool_chunk_size = 0x1060;
 
-// Blocks of 20, 28 or 36 bytes are aligned to 4 only, so links are copied in and out.
-template <typename Pointer>
-Pointer read_link(void const* block) {
-    Pointer next;
-    std::memcpy(&next, block, sizeof next);
-    return next;
-}
-
-template <typename Pointer>
-void write_link(void* block, Pointer next) {
-    std::memcpy(block, &next, sizeof next);
+// Whether a block of N bytes begins at `place` in one of the chunks.
+template <unsigned int N, typename Record>
+[[maybe_unused]] bool owns(Record const* chunks, void const* place) {
+    for (; chunks; chunks = chunks->next) {
+        bool const filled = chunks->memory != nullptr;
+        if (filled && begins_block(place, chunks->memory, N, pool_chunk_size / N)) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -41,15 +39,27 @@ template <unsigned int N>
 void* ExtendingPool<N>::allocate() {
     if (!free_) extend();
     FreeBlock* const block = free_;
-    free_ = read_link<FreeBlock*>(block);
+    QX_CHECK(is_untouched(block, N));
+    free_ = static_cast<FreeBlock*>(next_free(block));
     return block;
 }
 
 template <unsigned int N>
 void ExtendingPool<N>::release(void* block) {
     if (!block) return;
-    write_link(block, free_);
+    QX_CHECK(owns<N>(chunks_, block));
+    link_free(block, N, free_);
     free_ = static_cast<FreeBlock*>(block);
+}
+
+template <unsigned int N>
+bool ExtendingPool<N>::validate() const {
+    unsigned int count = 0;
+    for (ChunkRecord const* record = chunks_; record; record = record->next) {
+        if (record->memory) count += pool_chunk_size / N;
+    }
+    return free_list_is_sound(
+        free_, N, count, [this](void const* block) { return owns<N>(chunks_, block); });
 }
 
 // Links the blocks of a new chunk in ascending order.
@@ -66,6 +76,7 @@ void ExtendingPool<N>::extend() {
 template <unsigned int N>
 void ExtendingPool<N>::tear_down() {
     ExtendingPool& only = pool();
+    QX_CHECK(only.validate());
     for (ChunkRecord* record = only.chunks_; record;) {
         ChunkRecord* const next = record->next;
         custom_free(record->memory);

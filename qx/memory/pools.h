@@ -23,6 +23,11 @@ public:
     // The block is the next one that `allocate` hands out. Null does nothing.
     void release(void* block);
 
+    // False if the list of released blocks holds anything but blocks of this pool, each once. The
+    // library built with QX_CHECKS fills them with 0xDD, and tells here if one was written to
+    // since.
+    bool validate() const;
+
     // In bytes, 4192 for every N.
     unsigned int chunk_size() const { return chunk_size_; }
 
@@ -34,7 +39,10 @@ private:
         FreeBlock* next;
     };
 
-    // Memory and record are blocks of their own.
+    // Memory and record are blocks of their own. A record without memory is left where only the
+    // first was to be had. With k = chunk_size / N, rounded down:
+    //   blocks of a chunk   memory, memory + N ... memory + (k - 1) N
+    //   of all blocks       each is either handed out or once in the list that begins at free_
     struct ChunkRecord {
         void* memory;
         ChunkRecord* next;

@@ -47,6 +47,22 @@ std::vector<void*> run_of(unsigned long long size, unsigned int count) {
     return later;
 }
 
+TEST(Arena, knows_when_a_released_block_was_written_to) {
+    std::vector<void*> const run = run_of(200, 3);
+    char* const released = static_cast<char*>(run[1]);
+    QX::custom_free(released);
+    EXPECT_TRUE(validate());
+    for (int const at : {-8, 192}) {  // its flags, and its size behind it
+        released[at] ^= 1;
+        EXPECT_FALSE(validate());
+        released[at] ^= 1;
+    }
+#if defined(QX_CHECKS)
+    EXPECT_EQ(std::count(released + 16, released + 192, '\xDD'), 192 - 16);  // behind its links
+#endif
+    for (void* block : {run[0], run[2]}) QX::custom_free(block);
+}
+
 TEST(Arena, maps_a_request_of_256_KiB_by_itself_and_unmaps_it) {
     auto const before = statistics();
     void* const below = take(262144 - 64);

@@ -4,6 +4,7 @@
 #include "qx/memory/lua_alloc.h"
 #include "tests/harness/stand_in.h"
 #include "tests/memory/block_model.h"
+#include "tests/memory/free_list_damage.h"
 
 #if defined(QX_TEST_LUA)
 #include <lua.hpp>
@@ -27,6 +28,7 @@ TEST(LuaAlloc, hands_out_blocks_a_stride_apart_and_the_latest_freed_first) {
         EXPECT_TRUE(!lua(b, size, 0) && !lua(a, size, 0));
         EXPECT_EQ(lua(nullptr, 0, size), a);
         lua(a, size, 0);
+        test::expect_damage_noticed(a, stride, QX::validate_lua_pools);
     }
     EXPECT_EQ(lua(nullptr, 20, 0), nullptr);
     void* const block = lua(nullptr, 0, 10);

@@ -13,6 +13,7 @@
 #include "qx/memory/stack_allocator.h"
 #include "qx/memory/transient_allocator.h"
 #include "tests/harness/failing_allocation.h"
+#include "tests/memory/free_list_damage.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ void exercise_pool() {
     void* const more = pool.allocate();
     EXPECT_EQ(blocks_in_use(), before + 4 + 1 + 1);  // and a record of the second failure
     for (void* block : {more, static_cast<void*>(blocks[3])}) pool.release(block);
+    test::expect_damage_noticed(blocks[3], N, [&] { return pool.validate(); });
     EXPECT_EQ(pool.allocate(), blocks[3]);
     EXPECT_EQ(pool.allocate(), more);
     pool.release(nullptr);
