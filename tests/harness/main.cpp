@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
+#include <string>
 #include <thread>
 
 #include "qx/base/windows.h"
@@ -26,6 +27,8 @@ void warm_up() {
     CloseHandle(CreateSemaphoreA(nullptr, 0, 1, "qxlibs test warm up"));
     OutputDebugStringA("");
     SCOPED_TRACE("warm up");
+    // What the last child of a death test said is kept, in a block that then need not grow.
+    testing::internal::DeathTest::set_last_death_test_message(std::string(1 << 16, ' '));
 }
 
 }  // namespace
