@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # Every public header compiles alone, as a client would include it, and leaves no system macro.
+#
+#   scripts/check_headers.sh [FOLDER FOR STAMPS [HEADER…]]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=${1:-build/headers}
@@ -21,6 +23,7 @@ check_one() {
 export -f check_one
 export out compiler
 
-find qx -name '*.h' ! -name '*_impl.h' ! -path qx/base/windows.h -print0 |
-  xargs -0 -P 2 -I{} bash -c 'check_one "$1"' _ {}
-echo "headers: $(find qx -name '*.h' ! -name '*_impl.h' | wc -l) stand alone"
+mapfile -t headers < <(find qx -name '*.h' ! -name '*_impl.h' ! -path qx/base/windows.h)
+[ $# -le 1 ] || headers=("${@:2}")
+printf '%s\0' "${headers[@]}" | xargs -0 -P 2 -I{} bash -c 'check_one "$1"' _ {}
+echo "headers: ${#headers[@]} stand alone"

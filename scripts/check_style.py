@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
-"""Style that a tool can judge: format, line width, first lines, function and file lengths; of the
-scripts the line width."""
+"""Style that a tool can judge: format, line width, first lines, function and file lengths, and what
+the library's own sources leave alone; of the scripts the line width.
+
+check_style.py [FILE…]          these files alone
+"""
 import pathlib
 import re
 import subprocess
@@ -14,16 +17,18 @@ root = pathlib.Path(__file__).resolve().parent.parent
 folders = ("qx", "tests", "fuzz", "benchmarks", "examples", "tools")
 
 
+def listed(*places):
+    names = sys.argv[1:] or subprocess.run(["git", "ls-files", "--", *places], cwd=root, check=True,
+                                           capture_output=True, text=True).stdout.splitlines()
+    return [name for name in names if name.startswith(places)]
+
+
 def sources():
-    listed = subprocess.run(["git", "ls-files", "--", *folders], cwd=root, check=True,
-                            capture_output=True, text=True).stdout.split("\n")
-    return [root / name for name in listed if name.endswith((".h", ".cpp"))]
+    return [root / name for name in listed(*folders) if name.endswith((".h", ".cpp"))]
 
 
 def scripts():
-    listed = subprocess.run(["git", "ls-files", "--", "scripts"], cwd=root, check=True,
-                            capture_output=True, text=True).stdout.split("\n")
-    return [root / name for name in listed if name]
+    return [root / name for name in listed("scripts")]
 
 
 def bare(text):
@@ -72,6 +77,26 @@ def function_faults(path, text):
             yield f"{path}:{first}: a function of {length} lines"
 
 
+def banned_faults(path, text):
+    """What no source of the library uses: state of a thread that goes stale across a fibre switch,
+    and iostreams."""
+    if re.search(r"\b(thread_local|__thread)\b", bare(text)):
+        yield f"{path}: thread_local"
+    if stream := re.search(r"#\s*include <((io|[io]|f|s)stream|streambuf|iomanip)>", text):
+        yield f"{path}: <{stream[1]}>"
+
+
+def state_faults(path, text):
+    """Variables of a public header that the library and each client would have for themselves."""
+    within = {line for first, length in functions(text) for line in range(first, first + length)}
+    for number, line in enumerate(bare(text).split("\n"), 1):
+        found = re.match(
+            r"( *)(static|inline)\b(?!.*\b(constexpr|operator|namespace)\b)[^()]*?([=;{])", line)
+        declares_member = found and found[1] and found[2] == "static" and found[4] == ";"
+        if found and not (declares_member and number not in within):
+            yield f"{path}:{number}: state in a header"
+
+
 def main():
     faults = []
     files = sources()
@@ -86,11 +111,15 @@ def main():
         if len(lines) > FILE_LINES and path.parts[0] == "qx":
             faults.append(f"{path}: {len(lines)} lines")
         faults += function_faults(path, text)
+        if path.parts[0] == "qx":
+            faults += banned_faults(path, text)
+            if file.suffix == ".h" and not file.stem.endswith("_impl"):
+                faults += state_faults(path, text)
     for file in files + scripts():
         faults += [f"{file.relative_to(root)}:{n}: over {WIDTH} columns"
                    for n, line in enumerate(file.read_text().split("\n"), 1) if len(line) > WIDTH]
-    format_check = subprocess.run(
-        ["clang-format", "--dry-run", "-Werror", *map(str, files)], capture_output=True, text=True)
+    format_check = subprocess.run(["clang-format", "--dry-run", "-Werror", *map(str, files)],
+                                  stdin=subprocess.DEVNULL, capture_output=True, text=True)
     if format_check.returncode:
         faults += sorted({line.split(": error")[0] + ": clang-format would change it"
                           for line in format_check.stderr.split("\n") if ": error" in line})
