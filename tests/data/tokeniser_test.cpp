@@ -109,9 +109,9 @@ TEST(Tokeniser, numbers_are_converted_on_the_way_and_wrap_at_32_bits) {
         tokeniser.next();
         EXPECT_EQ(tokeniser.int_value(), number.int_value) << text;
         EXPECT_EQ(tokeniser.float_value(), number.float_value) << text;
+        tokeniser.close();  // before the text goes
+        EXPECT_EQ(tokeniser.buffer(), nullptr);
     }
-    tokeniser.close();
-    EXPECT_EQ(tokeniser.buffer(), nullptr);
 }
 
 }  // namespace
