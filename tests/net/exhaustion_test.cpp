@@ -70,7 +70,7 @@ void bind_a_socket(Attempt const& attempt) {
 void send_mail(Attempt const& attempt) {
     Peer const peer("220 hi\r\n");
     attempt([] {
-        EXPECT_EQ(QX::send_smtp_mail("me", "a@me", "b@you", "News", "", "localhost", 25), 0);
+        EXPECT_EQ(QX::send_smtp_mail("me", "a@me", "b@you", "News", "", "127.0.0.1", 25), 0);
     });
 }
 
@@ -84,7 +84,7 @@ void fetch_a_page(Attempt const& attempt) {
         return true;
     };
     bool const whole = attempt(
-        [&] { QX::get_http_page(buffer, sizeof buffer, "localhost", 80, "/", collect, &body); });
+        [&] { QX::get_http_page(buffer, sizeof buffer, "127.0.0.1", 80, "/", collect, &body); });
     EXPECT_EQ(body == "the body", whole);
 }
 

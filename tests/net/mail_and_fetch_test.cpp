@@ -141,7 +141,9 @@ TEST(Mail, speaks_the_whole_talk_in_single_sends) {
     test::Server::Script script = {{"", willing[0]}};
     for (int heard : {0, 1, 2, 3, 6, 7}) script.emplace_back(talk[heard], willing[script.size()]);
     test::Server server(script);
-    EXPECT_EQ(send_mail(server.port, "localhost"), 0);
+    // A name where the machine knows one for itself.
+    bool const named = gethostbyname("localhost") != nullptr;
+    EXPECT_EQ(send_mail(server.port, named ? "localhost" : "127.0.0.1"), 0);
     std::string const heard = server.heard();
     Fake fake;
     fake.replies = willing;
