@@ -19,10 +19,6 @@
 #include <mimalloc.h>
 #endif
 
-std::uint64_t test::seed() {
-    return 1234;
-}
-
 namespace {
 
 // Every contender is called through a table, as through the import of a library.
