@@ -92,7 +92,13 @@ FileInf info_of(Found const& found) {
     return info;
 }
 
-struct Narrow {
+struct SystemSearch {
+    using Handle = HANDLE;
+    static Handle none() { return INVALID_HANDLE_VALUE; }
+    static void close(Handle search) { FindClose(search); }
+};
+
+struct Narrow : SystemSearch {
     using Text = String;
     using Found = WIN32_FIND_DATAA;
     static HANDLE first(char const* pattern, Found& found) {
@@ -101,13 +107,26 @@ struct Narrow {
     static BOOL next(HANDLE search, Found& found) { return FindNextFileA(search, &found); }
 };
 
-struct Wide {
+struct Wide : SystemSearch {
     using Text = UniString;
     using Found = WIN32_FIND_DATAW;
     static HANDLE first(wchar_t const* pattern, Found& found) {
         return FindFirstFileW(pattern, &found);
     }
     static BOOL next(HANDLE search, Found& found) { return FindNextFileW(search, &found); }
+};
+
+// The C library's.
+struct Library {
+    using Text = String;
+    using Found = _finddata64i32_t;
+    using Handle = intptr_t;
+    static Handle none() { return -1; }
+    static Handle first(char const* pattern, Found& found) {
+        return _findfirst64i32(pattern, &found);
+    }
+    static bool next(Handle search, Found& found) { return _findnext64i32(search, &found) == 0; }
+    static void close(Handle search) { _findclose(search); }
 };
 
 // A search that closes itself: a callback may throw.
@@ -117,40 +136,19 @@ public:
     explicit Search(typename Width::Text const& pattern)
         : handle_(Width::first(pattern.c_str(), found)) {}
     ~Search() {
-        if (is_open()) FindClose(handle_);
+        if (is_open()) Width::close(handle_);
     }
 
     Search(Search const&) = delete;
     Search& operator=(Search const&) = delete;
 
-    bool is_open() const { return handle_ != INVALID_HANDLE_VALUE; }
+    bool is_open() const { return handle_ != Width::none(); }
     bool next() { return Width::next(handle_, found); }
 
     typename Width::Found found = {};
 
 private:
-    HANDLE handle_;
-};
-
-// The C library's search, which closes itself too.
-class LibrarySearch {
-public:
-    explicit LibrarySearch(String const& pattern)
-        : handle_(_findfirst64i32(pattern.c_str(), &found)) {}
-    ~LibrarySearch() {
-        if (is_open()) _findclose(handle_);
-    }
-
-    LibrarySearch(LibrarySearch const&) = delete;
-    LibrarySearch& operator=(LibrarySearch const&) = delete;
-
-    bool is_open() const { return handle_ != -1; }
-    bool next() { return _findnext64i32(handle_, &found) == 0; }
-
-    _finddata64i32_t found = {};
-
-private:
-    intptr_t handle_;
+    typename Width::Handle handle_;
 };
 
 template <typename Width, typename Visit>
@@ -215,16 +213,13 @@ bool deldir(char const* path) {
 
 bool delall(char const* path, bool delete_self) {
     bool all = true;
-    {
-        LibrarySearch search(with_separator(String(path)) + '*');
-        for (bool more = search.is_open(); more; more = search.next()) {
-            if (is_self_or_parent(search.found.name)) continue;
-            String const child = String(path) + '\\' + search.found.name;
-            bool const is_folder = search.found.attrib & _A_SUBDIR;
-            bool const gone = is_folder ? delall(child.c_str(), true) : remove(child.c_str());
-            all = all && gone;
-        }
-    }
+    for_each<Library>(with_separator(String(path)) + '*', [&](auto const& found) {
+        if (is_self_or_parent(found.name)) return;
+        String const child = String(path) + '\\' + found.name;
+        bool const is_folder = found.attrib & _A_SUBDIR;
+        bool const gone = is_folder ? delall(child.c_str(), true) : remove(child.c_str());
+        all = all && gone;
+    });
     if (!delete_self) return all;
     return _rmdir(path) == 0 && all;
 }
