@@ -230,11 +230,18 @@ TextOf<Unit> format_list(
 }
 
 template <typename Unit>
-Conversion<Unit> parse_public(TextOf<Unit> const& format, unsigned short& position) {
+void parse_public(
+    TextOf<Unit> const& format, Unit& ch, unsigned short& position, short& precision, char& sign,
+    unsigned short& width, bool& left_justify, char& pad) {
     FormatReader<Unit> reader{format.data(), format.length(), position};
     Conversion<Unit> const parsed = parse_typed(reader);
     position = static_cast<unsigned short>(reader.position);
-    return parsed;
+    ch = parsed.letter;
+    precision = parsed.precision;
+    sign = parsed.sign;
+    width = parsed.width;
+    left_justify = parsed.left_justify;
+    pad = parsed.pad;
 }
 
 template <typename Unit>
@@ -359,13 +366,7 @@ String String::format(String const& format) {
 void String::parse_format_arguments(
     String const& format, char& ch, unsigned short& position, short& precision, char& sign,
     unsigned short& width, bool& left_justify, char& pad) {
-    Conversion<char> const parsed = parse_public<char>(format, position);
-    ch = parsed.letter;
-    precision = parsed.precision;
-    sign = parsed.sign;
-    width = parsed.width;
-    left_justify = parsed.left_justify;
-    pad = parsed.pad;
+    parse_public<char>(format, ch, position, precision, sign, width, left_justify, pad);
 }
 
 bool String::append_rest(String& out, String const& format, unsigned short& position) {
@@ -435,13 +436,7 @@ UniString UniString::format(UniString const& format) {
 void UniString::parse_format_arguments(
     UniString const& format, wchar_t& ch, unsigned short& position, short& precision, char& sign,
     unsigned short& width, bool& left_justify, char& pad) {
-    Conversion<wchar_t> const parsed = parse_public<wchar_t>(format, position);
-    ch = parsed.letter;
-    precision = parsed.precision;
-    sign = parsed.sign;
-    width = parsed.width;
-    left_justify = parsed.left_justify;
-    pad = parsed.pad;
+    parse_public<wchar_t>(format, ch, position, precision, sign, width, left_justify, pad);
 }
 
 bool UniString::append_rest(UniString& out, UniString const& format, unsigned short& position) {
